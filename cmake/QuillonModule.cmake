@@ -1,0 +1,42 @@
+# One module folder is one library. Its sources are the .cpp files of the folder; files named for
+# another platform are left out (FooLinux.cpp builds off Apple only, FooMacOS.cpp / FooXPC.cpp on
+# Apple only), so a shared header never needs an #ifdef.
+function(quillon_module name)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  if(APPLE)
+    list(FILTER sources EXCLUDE REGEX "Linux\\.cpp$")
+  else()
+    list(FILTER sources EXCLUDE REGEX "(MacOS|XPC)\\.cpp$")
+  endif()
+  if(sources)
+    add_library(${name} STATIC ${sources})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${name} PRIVATE quillon_warnings)
+    target_compile_features(${name} PUBLIC cxx_std_20)
+  else()
+    add_library(${name} INTERFACE)
+    target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR})
+  endif()
+endfunction()
+
+# Links a module to what it uses; a module that has no sources yet passes its links on.
+function(quillon_link name)
+  cmake_parse_arguments(L "" "" "PUBLIC;PRIVATE" ${ARGN})
+  get_target_property(type ${name} TYPE)
+  if(type STREQUAL "INTERFACE_LIBRARY")
+    target_link_libraries(${name} INTERFACE ${L_PUBLIC} ${L_PRIVATE})
+  else()
+    target_link_libraries(${name} PUBLIC ${L_PUBLIC} PRIVATE ${L_PRIVATE})
+  endif()
+endfunction()
+
+# One test executable per module: every .cpp of the test folder, linked with GoogleTest.
+function(quillon_tests name)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(${name} ${sources})
+  target_link_libraries(${name} PRIVATE quillon_warnings GTest::gtest GTest::gmock GTest::gtest_main ${ARGN})
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()
