@@ -1,0 +1,47 @@
+// MCPBridge: the bridge's one long-lived object. `handle` takes one parsed JSON-RPC message and
+// returns the reply to write, or nothing. It speaks MCP revision "2024-11-05" with the tools
+// capability only: "initialize", "ping", "tools/list" and "tools/call"; every other method gets
+// the -32601 error, and a message without "id" gets no reply at all.
+//
+// handle never throws. It runs on the read loop's thread, one message at a time; `lock_` exists
+// because the writer's name is also read from inside tool calls.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace quillon::bridge {
+
+class MCPBridge {
+ public:
+  explicit MCPBridge(std::optional<std::string> sessionID);
+  MCPBridge(const MCPBridge&) = delete;
+  MCPBridge& operator=(const MCPBridge&) = delete;
+
+  std::optional<nlohmann::json> handle(const nlohmann::json& message);
+
+  // The reply to `message` as one line of compact JSON (without the line feed), or nothing.
+  // Same answers as handle; the catalogue is spliced in already serialised, so "tools/list"
+  // costs a copy rather than a walk over the whole catalogue.
+  std::optional<std::string> replyLine(const nlohmann::json& message);
+
+  // The tool dispatcher: one tool call in, one tool result out.
+  nlohmann::json call(const std::string& name, const nlohmann::json& arguments,
+                      const std::optional<std::string>& subagent, const std::optional<std::string>& session);
+
+  // The name of the agent program writing through this bridge, if known.
+  std::optional<std::string> writer() const;
+  const std::optional<std::string>& sessionID() const { return sessionID_; }
+
+ private:
+  nlohmann::json callTool(const nlohmann::json& params);
+
+  mutable std::mutex lock_;
+  std::optional<std::string> writer_;  // guarded by lock_
+  const std::optional<std::string> sessionID_;
+};
+
+}  // namespace quillon::bridge

@@ -1,0 +1,196 @@
+#include "QuillonMCPBridge/StdioLoop.hpp"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "QuillonMCPBridge/ExitGate.hpp"
+#include "QuillonMCPBridge/MCPBridge.hpp"
+
+namespace quillon::bridge {
+
+using nlohmann::json;
+
+namespace {
+
+constexpr char kReplacement[] = "\xEF\xBF\xBD";
+
+// Length of the well-formed sequence at `i`, or 0 with `bad` set to the length of the maximal
+// ill-formed part to replace (the Unicode "maximal subpart" rule).
+std::size_t sequenceLength(std::string_view s, std::size_t i, std::size_t& bad) {
+  const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(s[k]); };
+  const unsigned char lead = byte(i);
+  std::size_t need;
+  unsigned char lo = 0x80, hi = 0xBF;
+  if (lead < 0x80) return 1;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    need = 1;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    need = 2;
+    if (lead == 0xE0) lo = 0xA0;
+    if (lead == 0xED) hi = 0x9F;  // no surrogates
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    need = 3;
+    if (lead == 0xF0) lo = 0x90;
+    if (lead == 0xF4) hi = 0x8F;
+  } else {
+    bad = 1;
+    return 0;
+  }
+  std::size_t k = 1;
+  for (; k <= need; ++k) {
+    if (i + k >= s.size()) break;
+    const unsigned char c = byte(i + k);
+    const unsigned char low = k == 1 ? lo : 0x80, high = k == 1 ? hi : 0xBF;
+    if (c < low || c > high) break;
+  }
+  if (k > need) return need + 1;
+  bad = k;
+  return 0;
+}
+
+}  // namespace
+
+std::string repairedUTF8(std::string_view bytes) {
+  std::string out;
+  std::size_t copied = 0;  // bytes[copied, i) are well-formed and not yet appended
+  std::size_t i = 0;
+  while (i < bytes.size()) {
+    if (static_cast<unsigned char>(bytes[i]) < 0x80) {
+      ++i;
+      continue;
+    }
+    std::size_t bad = 0;
+    if (const std::size_t length = sequenceLength(bytes, i, bad)) {
+      i += length;
+      continue;
+    }
+    if (out.empty()) out.reserve(bytes.size() + 16);
+    out.append(bytes.substr(copied, i - copied));
+    out.append(kReplacement);
+    i += bad;
+    copied = i;
+  }
+  if (copied == 0) return std::string(bytes);
+  out.append(bytes.substr(copied));
+  return out;
+}
+
+bool nestsDeeperThan(std::string_view text, std::size_t limit) {
+  std::size_t depth = 0;
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\')
+        ++i;
+      else if (c == '"')
+        inString = false;
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > limit) return true;
+    } else if ((c == ']' || c == '}') && depth > 0) {
+      --depth;
+    }
+  }
+  return false;
+}
+
+std::optional<json> parseFrame(std::string_view line) {
+  // Real messages nest a few levels; a parser would happily build a 100,000-deep value that later
+  // recursion (serialising an echoed id, freeing it) could not survive.
+  if (nestsDeeperThan(line, StdioLoop::kMaxDepth)) return std::nullopt;
+  json value = json::parse(line, nullptr, /*allow_exceptions=*/false);
+  if (value.is_discarded() || !value.is_object()) return std::nullopt;
+  return value;
+}
+
+std::string unparseableNote(std::size_t bytes) {
+  return "unparseable stdin frame — " + std::to_string(bytes) + " bytes, dropped";
+}
+
+StdioLoop::StdioLoop(int input, int output, MCPBridge& bridge, MCPExitGate& gate,
+                     std::function<void(std::string)> note)
+    : input_(input), output_(output), bridge_(bridge), gate_(gate), note_(std::move(note)) {}
+
+bool StdioLoop::writeLine(std::string line) {
+  line.push_back('\n');
+  std::size_t written = 0;
+  while (written < line.size()) {
+    const ssize_t n = ::write(output_, line.data() + written, line.size() - written);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    written += static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+bool StdioLoop::take(std::string_view raw) {
+  if (!raw.empty() && raw.back() == '\r') raw.remove_suffix(1);  // a CR LF ending is one ending
+  if (raw.empty()) return true;
+  const std::string line = repairedUTF8(raw);
+  auto message = parseFrame(line);
+  if (!message) {
+    if (note_) note_(unparseableNote(line.size()));
+    std::this_thread::yield();
+    return true;
+  }
+  gate_.beginRequest();
+  bool outputAlive = true;
+  if (auto reply = bridge_.replyLine(*message)) outputAlive = writeLine(std::move(*reply));
+  const bool endNow = gate_.endRequest();
+  return outputAlive && !endNow;
+}
+
+void StdioLoop::run() {
+  std::string pending;       // bytes of the line being assembled
+  std::size_t skipping = 0;  // bytes of an over-long line being passed over, 0 when none
+  std::string chunk(std::size_t{1} << 16, '\0');
+  for (;;) {
+    const ssize_t n = ::read(input_, chunk.data(), chunk.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      // End of input: a last line without its line feed is still a line. Then stop at once.
+      if (skipping > 0 && note_) note_(unparseableNote(skipping - 1));
+      if (skipping == 0 && !pending.empty()) take(pending);
+      return;
+    }
+    std::string_view data(chunk.data(), static_cast<std::size_t>(n));
+    while (!data.empty()) {
+      const auto* feed = static_cast<const char*>(std::memchr(data.data(), '\n', data.size()));
+      const std::size_t upto = feed ? static_cast<std::size_t>(feed - data.data()) : data.size();
+      if (skipping > 0) {
+        skipping += upto;
+        if (feed) {
+          if (note_) note_(unparseableNote(skipping - 1));
+          skipping = 0;
+        }
+      } else if (pending.size() + upto > kMaxLineBytes) {
+        skipping = pending.size() + upto + 1;  // +1 keeps the count non-zero for an empty remainder
+        pending.clear();
+        if (feed) {
+          if (note_) note_(unparseableNote(skipping - 1));
+          skipping = 0;
+        }
+      } else if (feed) {
+        if (pending.empty()) {
+          if (!take(data.substr(0, upto))) return;
+        } else {
+          pending.append(data.substr(0, upto));
+          const bool goOn = take(pending);
+          pending.clear();
+          if (!goOn) return;
+        }
+      } else {
+        pending.append(data);
+      }
+      data.remove_prefix(feed ? upto + 1 : upto);
+    }
+  }
+}
+
+}  // namespace quillon::bridge
