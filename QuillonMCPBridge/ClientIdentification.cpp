@@ -28,7 +28,9 @@ std::optional<std::string> callID(const json& value) {
 
 }  // namespace
 
-bool isCallID(std::string_view value) {
+bool isCallID(const json& candidate) {
+  if (!candidate.is_string()) return false;
+  const std::string_view value = candidate.get_ref<const std::string&>();
   if (value.empty() || value.size() > 40) return false;
   for (auto reserved : reservedCallIDs)
     if (value == reserved) return false;
@@ -38,10 +40,6 @@ bool isCallID(std::string_view value) {
     if (!ok) return false;
   }
   return true;
-}
-
-bool isCallID(const json& value) {
-  return value.is_string() && isCallID(std::string_view(value.get_ref<const std::string&>()));
 }
 
 CallIDs takeCallIDs(json& arguments) {

@@ -15,8 +15,7 @@ namespace quillon::bridge {
 // Words that name no session even though they are shaped like an id.
 inline constexpr std::string_view reservedCallIDs[] = {"main", "unknown"};
 
-// A string of 1 to 40 ASCII letters, digits, "_" or "-", and not a reserved word.
-bool isCallID(std::string_view value);
+// A JSON string of 1 to 40 ASCII letters, digits, "_" or "-", and not a reserved word.
 bool isCallID(const nlohmann::json& value);
 
 struct CallIDs {
