@@ -1,0 +1,107 @@
+#include "QuillonWire/ClientStoreMode.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace quillon::wire {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string failed(std::string_view what, const std::string& path, int error) {
+  return std::string(what) + " " + path + ": " + std::error_code(error, std::generic_category()).message();
+}
+
+// Closes the descriptor and removes the half-written file unless the write went through.
+class TempFile {
+ public:
+  TempFile(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}
+  ~TempFile() {
+    if (fd_ >= 0) ::close(fd_);
+    if (!kept_) ::unlink(path_.c_str());
+  }
+  TempFile(const TempFile&) = delete;
+  TempFile& operator=(const TempFile&) = delete;
+
+  int fd() const { return fd_; }
+  const std::string& path() const { return path_; }
+  int close() {
+    const int result = ::close(fd_);
+    fd_ = -1;
+    return result;
+  }
+  void keep() { kept_ = true; }
+
+ private:
+  int fd_;
+  std::string path_;
+  bool kept_ = false;
+};
+
+}  // namespace
+
+StoreStatus ClientStoreMode::createFolder(const std::string& path) {
+  if (path.empty()) return {"create folder: no path given"};
+  fs::path built;
+  for (const fs::path& part : fs::path(path)) {
+    built /= part;
+    std::error_code ec;
+    if (fs::is_directory(built, ec)) continue;
+    if (::mkdir(built.c_str(), folder) == 0) {
+      // The umask may have narrowed the mode; set it exactly.
+      if (::chmod(built.c_str(), folder) != 0) return {failed("create folder", built.string(), errno)};
+    } else if (errno != EEXIST) {
+      return {failed("create folder", built.string(), errno)};
+    }
+  }
+  std::error_code ec;
+  if (!fs::is_directory(path, ec)) return {"create folder " + path + ": exists and is not a folder"};
+  return {};
+}
+
+StoreStatus ClientStoreMode::write(std::span<const std::uint8_t> data, const std::string& toFile) {
+  const fs::path target(toFile);
+  if (target.filename().empty()) return {"write " + toFile + ": not a file name"};
+  const fs::path folderPath = target.has_parent_path() ? target.parent_path() : fs::path(".");
+
+  // mkostemp creates the file with O_EXCL and mode 0600, so it is private from its first moment.
+  std::string pattern = (folderPath / ("." + target.filename().string() + ".XXXXXX")).string();
+  std::vector<char> name(pattern.begin(), pattern.end());
+  name.push_back('\0');
+  const int fd = ::mkostemp(name.data(), O_CLOEXEC);
+  if (fd < 0) return {failed("write", toFile, errno)};
+  TempFile temp(fd, std::string(name.data()));
+
+  if (::fchmod(temp.fd(), file) != 0) return {failed("write", toFile, errno)};
+  std::size_t written = 0;
+  while (written < data.size()) {
+    const ssize_t n = ::write(temp.fd(), data.data() + written, data.size() - written);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return {failed("write", toFile, errno)};
+    }
+    written += static_cast<std::size_t>(n);
+  }
+  if (::fsync(temp.fd()) != 0) return {failed("write", toFile, errno)};
+  if (temp.close() != 0) return {failed("write", toFile, errno)};
+  if (::rename(temp.path().c_str(), toFile.c_str()) != 0) return {failed("write", toFile, errno)};
+  temp.keep();
+
+  // Make the rename itself durable; the data is already safe, so a failure here is not reported.
+  const int folderFd = ::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folderFd >= 0) {
+    ::fsync(folderFd);
+    ::close(folderFd);
+  }
+  return {};
+}
+
+}  // namespace quillon::wire
