@@ -3,6 +3,11 @@
 // The daemon fills them and the bridge's renderers show them. Every field is a JSON key of the
 // same name; `Opt` fields may be missing (or null) and are left out when absent; keys the record
 // does not know are ignored, so a newer daemon can add fields without breaking older clients.
+// The records that the protocol nests inside another (`RulesWalk.Level`, `DayPresence.App`, …) are
+// defined before their parent under a longer name and aliased inside it, so `RulesWalk::Level`
+// names them; nesting the definitions would make clang reject `Opt` of them (a nested class with
+// member initialisers is not default-constructible until its parent is complete).
+//
 // Units are in the names: whole seconds in `seconds` and the `…Seconds` fields, milliseconds in
 // `cpuMs` and `cpuWallMs`, bytes in `bytes`, `storageBytes` and `bytesRemaining`. The instants
 // (`start`, `end`, `startedAt`, `endedAt`, `at`) are Doubles.
@@ -52,8 +57,9 @@ QUILLON_RECORD(MeetingJustEnded, (String, key), (Opt<String>, title), (Vec<Strin
                (String, ended), (Opt<Bool>, askSelfName));
 
 // Rules and scopes.
+QUILLON_RECORD(RulesWalkLevel, (String, path), (Vec<String>, rules));
 struct RulesWalk {
-  QUILLON_RECORD(Level, (String, path), (Vec<String>, rules));
+  using Level = RulesWalkLevel;
   QUILLON_FIELDS(RulesWalk, (String, path), (Vec<Level>, levels), (Int, overflow), (Opt<Bool>, announce),
                  (Opt<String>, note), (Opt<String>, onboarding));
 };
@@ -66,35 +72,44 @@ QUILLON_RECORD(SessionOfferRow, (String, id), (String, title), (String, when), (
 QUILLON_RECORD(SessionOffer, (String, scope), (Vec<SessionOfferRow>, rows));
 
 // Day and time reports.
+QUILLON_RECORD(DayPresenceInterval, (Double, start), (Double, end), (String, kind));
+QUILLON_RECORD(DayPresenceApp, (String, app), (Int, attended), (Int, unattended), (Int, active), (Bool, isBrowser),
+               (Vec<DayPresenceInterval>, intervals));
 struct DayPresence {
-  QUILLON_RECORD(Interval, (Double, start), (Double, end), (String, kind));
-  QUILLON_RECORD(App, (String, app), (Int, attended), (Int, unattended), (Int, active), (Bool, isBrowser),
-                 (Vec<Interval>, intervals));
+  using Interval = DayPresenceInterval;
+  using App = DayPresenceApp;
   QUILLON_FIELDS(DayPresence, (String, day), (Vec<App>, apps), (Int, active));
 };
+QUILLON_RECORD(SpanHoursApp, (String, app), (Int, attended), (Int, unattended), (Int, active));
+QUILLON_RECORD(SpanHoursDay, (String, day), (Int, attended), (Int, unattended));
 struct SpanHoursReport {
-  QUILLON_RECORD(App, (String, app), (Int, attended), (Int, unattended), (Int, active));
-  QUILLON_RECORD(Day, (String, day), (Int, attended), (Int, unattended));
+  using App = SpanHoursApp;
+  using Day = SpanHoursDay;
   QUILLON_FIELDS(SpanHoursReport, (String, from), (String, to), (Int, attended), (Int, unattended), (Int, active),
                  (Vec<App>, apps), (Vec<Day>, days));
 };
 QUILLON_RECORD(AllTimeTotals, (Int, moments), (Int, meetings), (Int, days), (Int, yourWorkSeconds),
                (Int, aiWorkSeconds), (Int, storageBytes), (Opt<Int>, cpuMs), (Opt<Int>, cpuWallMs));
 QUILLON_RECORD(LongestChapterReport, (String, title), (Int, spanSeconds));
+QUILLON_RECORD(StretchAppSlice, (String, app), (Int, seconds));
+QUILLON_RECORD(StretchFocusRun, (Double, start), (Double, end), (Int, seconds), (Vec<StretchAppSlice>, apps));
+QUILLON_RECORD(StretchSitting, (Int, seconds), (Double, startedAt), (Double, endedAt), (Vec<StretchAppSlice>, apps));
 struct DayStretchReport {
-  QUILLON_RECORD(AppSlice, (String, app), (Int, seconds));
-  QUILLON_RECORD(FocusRun, (Double, start), (Double, end), (Int, seconds), (Vec<AppSlice>, apps));
-  QUILLON_RECORD(Sitting, (Int, seconds), (Double, startedAt), (Double, endedAt), (Vec<AppSlice>, apps));
+  using AppSlice = StretchAppSlice;
+  using FocusRun = StretchFocusRun;
+  using Sitting = StretchSitting;
   QUILLON_FIELDS(DayStretchReport, (String, day), (Vec<FocusRun>, focus), (Int, runCount), (Opt<Sitting>, sitting));
 };
+QUILLON_RECORD(TopSession, (String, title), (Int, seconds), (String, chapterId));
 struct TopSessionsReport {
-  QUILLON_RECORD(Session, (String, title), (Int, seconds), (String, chapterId));
+  using Session = TopSession;
   QUILLON_FIELDS(TopSessionsReport, (String, day), (Vec<Session>, sessions));
 };
 QUILLON_RECORD(AttentionReport, (String, day), (Int, aiSeconds), (Int, humansSeconds), (Int, scrollingSeconds),
                (Int, scrollingGlances));
+QUILLON_RECORD(WebSite, (String, domain), (Int, seconds));
 struct WebReport {
-  QUILLON_RECORD(Site, (String, domain), (Int, seconds));
+  using Site = WebSite;
   QUILLON_FIELDS(WebReport, (String, day), (Int, browserSeconds), (Vec<Site>, sites));
 };
 
