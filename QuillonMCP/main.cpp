@@ -10,6 +10,8 @@
 #include "QuillonMCPBridge/ExitGate.hpp"
 #include "QuillonMCPBridge/MCPBridge.hpp"
 #include "QuillonMCPBridge/StdioLoop.hpp"
+#include "QuillonWire/Client.hpp"
+#include "QuillonWire/GatewayResponse.hpp"
 
 using namespace quillon;
 
@@ -21,6 +23,16 @@ std::optional<std::string> environment(const char* name) {
   return std::string(value);
 }
 
+// Stands in for the door until the bridge can reach a gateway: every tool call hears that
+// Quillon is not running, which is the truth when no gateway can be dialled.
+class NoGateway final : public wire::Client {
+ public:
+  wire::GatewayResponse send(const wire::GatewayRequest&) override {
+    return wire::GatewayResponse{wire::answer::Failure{.message = "Quillon isn't running \xE2\x80\x94 start it to access your memory."}};
+  }
+  wire::TimedResponse sendTimed(const wire::GatewayRequest& request) override { return {send(request), std::nullopt}; }
+};
+
 }  // namespace
 
 int main() {
@@ -29,7 +41,8 @@ int main() {
   ::signal(SIGPIPE, SIG_IGN);
 
   static bridge::MCPExitGate gate;
-  static bridge::MCPBridge mcp(environment("CLAUDE_CODE_SESSION_ID"));
+  static NoGateway client;
+  static bridge::MCPBridge mcp(client, environment("CLAUDE_CODE_SESSION_ID"));
 
   // Replies are written with write(2), one whole line per call: nothing is ever buffered.
   bridge::StdioLoop loop(STDIN_FILENO, STDOUT_FILENO, mcp, gate, [](std::string) {});

@@ -41,7 +41,8 @@ std::string serialise(const json& value) {
 
 }  // namespace
 
-MCPBridge::MCPBridge(std::optional<std::string> sessionID) : sessionID_(std::move(sessionID)) {}
+MCPBridge::MCPBridge(wire::Client& client, std::optional<std::string> sessionID)
+    : client_(client), sessionID_(std::move(sessionID)) {}
 
 std::optional<std::string> MCPBridge::writer() const {
   std::lock_guard guard(lock_);

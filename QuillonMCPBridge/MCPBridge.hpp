@@ -9,6 +9,8 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "QuillonWire/Client.hpp"
+
 #include <mutex>
 #include <optional>
 #include <string>
@@ -17,7 +19,8 @@ namespace quillon::bridge {
 
 class MCPBridge {
  public:
-  explicit MCPBridge(std::optional<std::string> sessionID);
+  // Borrows the client, which must outlive the bridge. Tool requests go through it.
+  MCPBridge(wire::Client& client, std::optional<std::string> sessionID);
   MCPBridge(const MCPBridge&) = delete;
   MCPBridge& operator=(const MCPBridge&) = delete;
 
@@ -39,6 +42,7 @@ class MCPBridge {
  private:
   nlohmann::json callTool(const nlohmann::json& params);
 
+  wire::Client& client_;
   mutable std::mutex lock_;
   std::optional<std::string> writer_;  // guarded by lock_
   const std::optional<std::string> sessionID_;

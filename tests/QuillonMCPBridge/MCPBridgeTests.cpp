@@ -1,4 +1,5 @@
 #include "QuillonMCPBridge/MCPBridge.hpp"
+#include "ScriptedGateway.hpp"
 
 #include <gtest/gtest.h>
 
@@ -19,13 +20,15 @@ json reply(MCPBridge& bridge, const json& message) {
 }
 
 TEST(MCPBridge, PingEchoesTheIdWithAnEmptyResult) {
-  MCPBridge bridge(std::nullopt);
+  quillon::test::ScriptedClient gateway;
+  MCPBridge bridge(gateway.client, std::nullopt);
   EXPECT_EQ(reply(bridge, json::parse(R"({"jsonrpc":"2.0","id":7,"method":"ping"})")),
             json::parse(R"({"jsonrpc":"2.0","id":7,"result":{}})"));
 }
 
 TEST(MCPBridge, EveryKindOfIdIsEchoedUnchanged) {
-  MCPBridge bridge(std::nullopt);
+  quillon::test::ScriptedClient gateway;
+  MCPBridge bridge(gateway.client, std::nullopt);
   for (const char* id : {"null", "0", "-3", "1.5", "\"abc\"", "true", "[1,{\"a\":2}]", "{\"x\":[null]}", "18446744073709551615"}) {
     const json message = {{"id", json::parse(id)}, {"method", "ping"}};
     const json answer = reply(bridge, message);
@@ -35,7 +38,8 @@ TEST(MCPBridge, EveryKindOfIdIsEchoedUnchanged) {
 }
 
 TEST(MCPBridge, MessagesWithoutIdGetNoReply) {
-  MCPBridge bridge(std::nullopt);
+  quillon::test::ScriptedClient gateway;
+  MCPBridge bridge(gateway.client, std::nullopt);
   EXPECT_FALSE(bridge.handle(json::parse(R"({"jsonrpc":"2.0","method":"notifications/initialized"})")));
   EXPECT_FALSE(bridge.handle(json::parse(R"({"method":"ping"})")));
   // Even an initialize without id is not acted on: the writer stays unknown.
@@ -44,7 +48,8 @@ TEST(MCPBridge, MessagesWithoutIdGetNoReply) {
 }
 
 TEST(MCPBridge, UnknownOrMissingMethodIsTheOnlyJsonRpcError) {
-  MCPBridge bridge(std::nullopt);
+  quillon::test::ScriptedClient gateway;
+  MCPBridge bridge(gateway.client, std::nullopt);
   EXPECT_EQ(reply(bridge, json::parse(R"({"id":1,"method":"resources/list"})")),
             json::parse(R"({"jsonrpc":"2.0","id":1,"error":{"code":-32601,"message":"Method not found: resources/list"}})"));
   EXPECT_EQ(reply(bridge, json::parse(R"({"id":2})"))["error"]["message"], "Method not found: ");
@@ -54,7 +59,8 @@ TEST(MCPBridge, UnknownOrMissingMethodIsTheOnlyJsonRpcError) {
 }
 
 TEST(MCPBridge, InitializeAnswersOurProtocolAndRemembersTheWriter) {
-  MCPBridge bridge(std::nullopt);
+  quillon::test::ScriptedClient gateway;
+  MCPBridge bridge(gateway.client, std::nullopt);
   const json answer = reply(bridge, json::parse(
       R"({"id":1,"method":"initialize","params":{"protocolVersion":"2099-01-01","clientInfo":{"name":"claude-code","version":"2"}}})"));
   EXPECT_EQ(answer["result"], (json{{"protocolVersion", "2024-11-05"},
@@ -72,7 +78,8 @@ TEST(MCPBridge, InitializeAnswersOurProtocolAndRemembersTheWriter) {
 }
 
 TEST(MCPBridge, OpencodeMarkerMakesOpencodeTheWriter) {
-  MCPBridge bridge(std::nullopt);
+  quillon::test::ScriptedClient gateway;
+  MCPBridge bridge(gateway.client, std::nullopt);
   reply(bridge, json::parse(R"({"id":1,"method":"initialize","params":{"clientInfo":{"name":"x"}}})"));
   reply(bridge, json::parse(R"({"id":2,"method":"tools/call","params":{"name":"search","_meta":{"ai.opencode/sessionID":""}}})"));
   EXPECT_EQ(bridge.writer(), "x");
@@ -81,7 +88,8 @@ TEST(MCPBridge, OpencodeMarkerMakesOpencodeTheWriter) {
 }
 
 TEST(MCPBridge, ToolsCallAlwaysAnswersWithAToolResult) {
-  MCPBridge bridge(std::nullopt);
+  quillon::test::ScriptedClient gateway;
+  MCPBridge bridge(gateway.client, std::nullopt);
   EXPECT_EQ(reply(bridge, json::parse(R"({"id":1,"method":"tools/call","params":{"name":"memory_frobnicate"}})"))["result"],
             quillon::bridge::errorContent("Unknown tool: memory_frobnicate"));
   // Params, arguments and name of the wrong type are treated as absent, never as a JSON-RPC error.
@@ -92,7 +100,8 @@ TEST(MCPBridge, ToolsCallAlwaysAnswersWithAToolResult) {
 }
 
 TEST(MCPBridge, ReplyLineSplicesTheSameCatalogueAsHandle) {
-  MCPBridge bridge(std::nullopt);
+  quillon::test::ScriptedClient gateway;
+  MCPBridge bridge(gateway.client, std::nullopt);
   for (const char* message : {R"({"id":"a/b","method":"tools/list"})", R"({"id":null,"method":"tools/list","params":{"cursor":"x"}})"}) {
     const json parsed = json::parse(message);
     const auto line = bridge.replyLine(parsed);

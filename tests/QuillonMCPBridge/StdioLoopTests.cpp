@@ -9,6 +9,7 @@
 
 #include "QuillonMCPBridge/ExitGate.hpp"
 #include "QuillonMCPBridge/MCPBridge.hpp"
+#include "ScriptedGateway.hpp"
 
 using nlohmann::json;
 using namespace quillon::bridge;
@@ -54,7 +55,8 @@ LoopRun runLoop(const std::string& input, MCPExitGate* gate = nullptr) {
   int in[2], out[2];
   EXPECT_EQ(::pipe(in), 0);
   EXPECT_EQ(::pipe(out), 0);
-  MCPBridge bridge(std::nullopt);
+  quillon::test::ScriptedClient gateway;
+  MCPBridge bridge(gateway.client, std::nullopt);
   MCPExitGate ownGate;
   LoopRun run;
   StdioLoop loop(in[0], out[1], bridge, gate ? *gate : ownGate, [&](std::string note) { run.notes.push_back(note); });
