@@ -325,7 +325,7 @@ bool decodeCase(std::string_view key, const json& payload, Cases& out, Context& 
     ok = decode(payload, out.template emplace<N>(), context);
     return true;
   };
-  (tryCase(std::integral_constant<std::size_t, I>{}) || ...);
+  (void)(tryCase(std::integral_constant<std::size_t, I>{}) || ...);
   return ok;
 }
 

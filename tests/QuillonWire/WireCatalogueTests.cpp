@@ -80,7 +80,7 @@ struct IsOptional<std::optional<T>> : std::true_type {};
 template <class Cases, std::size_t... I>
 void fillCase(Cases& cases, int seed, std::index_sequence<I...>) {
   const std::size_t chosen = static_cast<std::size_t>(seed) % sizeof...(I);
-  ((I == chosen ? (fill(cases.template emplace<I>(), seed + 1), true) : false) || ...);
+  (void)((I == chosen ? (fill(cases.template emplace<I>(), seed + 1), true) : false) || ...);
 }
 
 template <class T>
