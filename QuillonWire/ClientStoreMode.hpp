@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace quillon::wire {
 
@@ -35,6 +36,9 @@ struct ClientStoreMode {
 
   // Writes `data` to `toFile`, leaving it with permission `file`. The folder must exist.
   static StoreStatus write(std::span<const std::uint8_t> data, const std::string& toFile);
+  static StoreStatus write(std::string_view text, const std::string& toFile) {
+    return write(std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()), toFile);
+  }
 };
 
 }  // namespace quillon::wire

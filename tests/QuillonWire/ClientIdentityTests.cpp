@@ -76,7 +76,7 @@ TEST_F(ClientStoreModeTest, ReplacesAWiderFileAndNeverWritesThroughALink) {
   const fs::path file = folder_ / "key";
   { std::ofstream(file) << "old and longer"; }
   fs::permissions(file, fs::perms::all);
-  ASSERT_TRUE(ClientStoreMode::write(bytes("new"), file.string()).ok());
+  ASSERT_TRUE(ClientStoreMode::write(std::string_view("new"), file.string()).ok());
   EXPECT_EQ(modeOf(file), 0600u);
   EXPECT_EQ(contents(file), "new");
 
