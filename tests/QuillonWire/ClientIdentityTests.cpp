@@ -8,7 +8,6 @@
 #include <fstream>
 #include <iterator>
 
-#include "QuillonWire/ClientInstance.hpp"
 #include "QuillonWire/ClientProfile.hpp"
 #include "QuillonWire/ClientStoreMode.hpp"
 
@@ -23,10 +22,6 @@ TEST(ClientProfile, BuildsOnlyFromTheExactRawValues) {
   for (const char* raw : {"Production", "DEV", " dev", "dev\n", "development", ""})
     EXPECT_FALSE(ClientProfile::fromRawValue(raw)) << raw;
   EXPECT_TRUE(ClientProfile::current().isProduction());
-}
-
-TEST(ClientInstance, GatewayIsTheSuitesService) {
-  EXPECT_EQ(ClientInstance::gatewayID(), "example.fernhollow.quillon.gateway");
 }
 
 class ClientStoreModeTest : public ::testing::Test {
