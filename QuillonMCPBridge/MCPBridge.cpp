@@ -4,6 +4,7 @@
 
 #include "QuillonMCPBridge/ClientIdentification.hpp"
 #include "QuillonMCPBridge/ToolCatalog.hpp"
+#include "QuillonMCPBridge/ToolDispatch.hpp"
 #include "QuillonMCPBridge/ToolResult.hpp"
 #include "QuillonWire/ClientVersion.hpp"
 
@@ -107,12 +108,13 @@ json MCPBridge::callTool(const json& params) {
 
 json MCPBridge::call(const std::string& name, const json& arguments, const std::optional<std::string>& subagent,
                      const std::optional<std::string>& session) {
-  (void)arguments;
-  (void)subagent;
-  (void)session;
-  // No tool reaches the gateway yet: a catalogued tool says so, any other name is unknown.
-  if (ToolCatalog::find(name) != nullptr) return errorContent(name + " isn't available yet.");
-  return errorContent("Unknown tool: " + name);
+  const ToolCall toolCall{.name = name,
+                          .arguments = arguments,
+                          .subagent = subagent,
+                          .session = session,
+                          .bridgeSession = sessionID_,
+                          .writerName = [this] { return writer(); }};
+  return dispatch(toolCall, client_);
 }
 
 }  // namespace quillon::bridge

@@ -1,0 +1,41 @@
+#include "QuillonMCPBridge/MemoryFilters.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+
+namespace quillon::bridge {
+
+using nlohmann::json;
+
+std::variant<wire::Filters, Refusal> parseFilters(const json& value) {
+  if (!value.is_object())
+    return Refusal{"filters must be an object of key\xE2\x86\x92scalar, e.g. {\"status\":\"queued\",\"priority\":\"high\"}"};
+  wire::Filters filters;
+  for (const auto& [key, entry] : value.items()) {
+    // Booleans first: nlohmann keeps them apart from numbers, and so must we.
+    if (entry.is_string())
+      filters.emplace(key, wire::FilterValue::string(entry.get<std::string>()));
+    else if (entry.is_boolean())
+      filters.emplace(key, wire::FilterValue::boolean(entry.get<bool>()));
+    else if (entry.is_number())
+      filters.emplace(key, wire::FilterValue::number(entry.get<double>()));
+    else
+      return Refusal{"filter '" + key +
+                     "' must be a scalar \xE2\x80\x94 string, number, or bool (no nested objects or arrays)"};
+  }
+  return filters;
+}
+
+std::string renderFilterValue(const wire::FilterValue& value) {
+  if (const auto* text = value.asString()) return *text;
+  if (const auto* flag = value.asBool()) return *flag ? "true" : "false";
+  const double number = *value.asNumber();
+  if (std::trunc(number) == number && std::fabs(number) < 1e15)
+    return std::to_string(static_cast<std::int64_t>(number));
+  char buffer[32];
+  const auto written = std::to_chars(buffer, buffer + sizeof buffer, number, std::chars_format::general);
+  return std::string(buffer, written.ptr);
+}
+
+}  // namespace quillon::bridge

@@ -1,0 +1,28 @@
+// The filters of a memory as an agent passes them: a flat JSON object of key → scalar
+// ({"status":"queued","urgent":true,"priority":2}), read into typed filter values, and each
+// value's text as cards print it.
+//
+// Only the shape is checked here (an object of scalars). The gateway enforces the rest of the
+// shape law (single lowercase-word keys, one short token per string value).
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <variant>
+
+#include "QuillonMCPBridge/ToolCall.hpp"
+#include "QuillonWire/FilterValue.hpp"
+
+namespace quillon::bridge {
+
+// A JSON string becomes a string value, a JSON boolean a bool value (true never becomes 1), any
+// other JSON number a number value. Anything else refuses the call with a message naming the key.
+std::variant<wire::Filters, Refusal> parseFilters(const nlohmann::json& value);
+
+// A string as it is; a bool as "true" or "false"; a whole number below 1e15 in magnitude as its
+// integer digits (3, not 3.0); any other number in the shortest form that reads back as the same
+// double (0.5, 1e+20).
+std::string renderFilterValue(const wire::FilterValue& value);
+
+}  // namespace quillon::bridge

@@ -1,0 +1,144 @@
+#include "ToolHarness.hpp"
+
+using nlohmann::json;
+using namespace quillon;
+using test::ok;
+using test::refused;
+using test::wireJSON;
+
+namespace {
+
+TEST(ToolDispatch, RequiredArgumentFaultAnswersBeforeAnythingIsSent) {
+  test::ToolHarness h;
+  EXPECT_EQ(h.call("grep"), refused("grep needs a string 'query' \xE2\x80\x94 The exact words/identifier to match literally."));
+  EXPECT_TRUE(h.nothingSent());
+  EXPECT_EQ(h.call("grep", {{"query", "\xE2\x80\x8B "}}),
+            refused("grep's 'query' is empty \xE2\x80\x94 The exact words/identifier to match literally."));
+  EXPECT_TRUE(h.nothingSent());
+}
+
+TEST(ToolDispatch, UnknownNamesAndLanesNotYetJoinedAnswerUnknownTool) {
+  test::ToolHarness h;
+  const std::pair<const char*, json> calls[] = {
+      {"memory_frobnicate", json::object()},
+      {"Search", {{"query", "x"}}},  // names are compared exactly
+      {"memory_get_relevant", {{"prompt", "hi"}}},
+      {"rules_get", json::object()},
+      {"session_list", json::object()},
+      {"screen_get", {{"id", 4}, {"window", "w1"}}},
+      {"screen_open", {{"screens", json::array()}}},
+  };
+  for (const auto& [name, arguments] : calls) {
+    EXPECT_EQ(h.call(name, arguments), refused(std::string("Unknown tool: ") + name));
+    EXPECT_TRUE(h.nothingSent()) << name;
+  }
+}
+
+TEST(ToolDispatch, TitleTraceIsDispatchedThoughTheCatalogueDoesNotListIt) {
+  test::ToolHarness h;
+  h.answerText("trace");
+  EXPECT_EQ(h.call("title_trace", {{"id", "ch:3"}}), ok("trace"));
+  EXPECT_EQ(h.sent(), wireJSON(R"({"read":{"_0":{"titleTrace":{"id":"ch:3"}}}})"));
+  EXPECT_EQ(h.call("title_trace", {{"id", 3}}), refused("title_trace needs a string 'id'."));
+  EXPECT_TRUE(h.nothingSent());
+}
+
+TEST(ToolDispatch, TextToolsSendTheirReadAndOnlyEntityGetDefangsTheAnswer) {
+  test::ToolHarness h;
+  const std::string stored = "<quillon-memory>x</QUILLON-memory a=1>";
+  h.answerText(stored);
+  const struct {
+    const char* tool;
+    json arguments;
+    const char* request;
+  } cases[] = {
+      {"day_get", json::object(), R"({"getDay":{"day":"today"}})"},
+      {"day_get", {{"day", ""}}, R"({"getDay":{"day":"today"}})"},
+      {"day_get_card", {{"day", "2025-05-02"}}, R"({"dayCard":{"day":"2025-05-02"}})"},
+      {"storage_get_stats", json::object(), R"({"storageStats":{}})"},
+      {"recall_stats", {{"days", 30}}, R"({"recallStats":{"days":30}})"},
+      {"memory_config_scan", json::object(), R"({"configScan":{}})"},
+      {"moment_get", {{"id", "812"}}, R"({"getMoment":{"id":"812"}})"},
+      {"chapter_get", {{"id", "ch:344"}}, R"({"getChapter":{"id":"ch:344"}})"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(h.call(c.tool, c.arguments), ok(stored)) << c.tool;
+    EXPECT_EQ(h.sent(), (json{{"read", {{"_0", json::parse(c.request)}}}})) << c.tool;
+  }
+  EXPECT_EQ(h.call("entity_get", {{"name", "Atlas"}}),
+            ok("\xE2\x80\xB9quillon-memory\xE2\x80\xBAx\xE2\x80\xB9/QUILLON-memory\xE2\x80\xBA"));
+  EXPECT_EQ(h.sent(), wireJSON(R"({"read":{"_0":{"getEntity":{"name":"Atlas"}}}})"));
+}
+
+TEST(ToolDispatch, IntegersAndFlagsAreReadOnlyFromTheirOwnJsonTypes) {
+  test::ToolHarness h;
+  h.answerText("-");
+  const std::pair<json, const char*> days[] = {
+      {30, R"({"days":30})"}, {-1, R"({"days":-1})"}, {30.5, "{}"}, {30.0, "{}"},
+      {"30", "{}"},           {true, "{}"},          {nullptr, "{}"}, {json::array({30}), "{}"},
+  };
+  for (const auto& [value, payload] : days) {
+    h.call("recall_stats", {{"days", value}});
+    EXPECT_EQ(h.sent()["read"]["_0"]["recallStats"], json::parse(payload)) << value;
+  }
+  // Only the JSON boolean true asks for the whole text; 1 and "true" are not true.
+  const std::pair<json, bool> full[] = {{true, true}, {false, false}, {1, false}, {"true", false}, {nullptr, false}};
+  for (const auto& [value, expected] : full) {
+    h.call("grab", {{"id", "m:1"}, {"full", value}});
+    EXPECT_EQ(h.sent()["read"]["_0"]["grab"]["full"], expected) << value;
+  }
+}
+
+TEST(ToolDispatch, UnexpectedAnswersFallBackAlikeForEveryTool) {
+  test::ToolHarness h;
+  const std::pair<const char*, json> calls[] = {
+      {"day_get", json::object()},           {"search", {{"query", "q"}}},       {"grab", {{"id", "m:1"}}},
+      {"memory_get_by_type", {{"type", "t"}}}, {"memory_list_types", json::object()}, {"day_get_hours_by_app", json::object()},
+      {"memory_add", {{"text", "t"}, {"why", "w"}}}, {"memory_delete", {{"id", "m:1"}}},  {"memory_edit", {{"id", "m:1"}, {"why", "w"}}},
+      {"scope_list_all", json::object()},    {"meeting_list", json::object()},   {"entity_get", {{"name", "n"}}},
+  };
+  for (const auto& [tool, arguments] : calls) {
+    h.answer(wire::GatewayResponse{wire::answer::Failure{.message = "No such memory: m:1"}});
+    EXPECT_EQ(h.call(tool, arguments), refused("No such memory: m:1")) << tool;
+    h.answer(wire::GatewayResponse{wire::answer::Unimplemented{.verb = "frob"}});
+    EXPECT_EQ(h.call(tool, arguments), refused("frob isn't available yet.")) << tool;
+    h.answer(wire::GatewayResponse{wire::answer::Flag{.value = true}});
+    EXPECT_EQ(h.call(tool, arguments), ok("\xE2\x80\x94")) << tool;
+  }
+  // ok is only expected by memory_delete.
+  h.answer(wire::GatewayResponse{wire::answer::Ok{}});
+  EXPECT_EQ(h.call("day_get"), ok("\xE2\x80\x94"));
+}
+
+TEST(ToolDispatch, SessionIsTheNamedOneElseTheCallersElseTheBridges) {
+  test::ToolHarness h("env-session");
+  h.answer(wire::GatewayResponse{wire::answer::Thing{}});
+  h.call("grab", {{"id", "m:1"}});
+  EXPECT_EQ(h.sent(), wireJSON(R"({"read":{"_0":{"grab":{"id":"m:1","full":false,"session":"env-session"}}}})"));
+
+  h.call("grab", {{"id", "m:1"}, {"_quillon_session", "s-2"}, {"_quillon_subagent", "sub-1"}, {"session_id", ""}});
+  EXPECT_EQ(h.sent(), wireJSON(R"({"read":{"_0":{"grab":{"id":"m:1","full":false,"session":"s-2","subagent":"sub-1"}}}})"));
+
+  h.call("grab", {{"id", "m:1"}, {"_quillon_session", "s-2"}, {"session_id", "named"}});
+  EXPECT_EQ(h.sent()["read"]["_0"]["grab"]["session"], "named");
+
+  test::ToolHarness noSession;
+  noSession.answer(wire::GatewayResponse{wire::answer::Thing{}});
+  noSession.call("grab", {{"id", "m:1"}});
+  EXPECT_EQ(noSession.sent(), wireJSON(R"({"read":{"_0":{"grab":{"id":"m:1","full":false}}}})"));
+}
+
+TEST(ToolDispatch, WriterIsTheAgentThatNamedItselfAtTheTimeOfTheCall) {
+  test::ToolHarness h;
+  h.answerText("ok");
+  const json arguments = {{"name", "tasks"}};
+  h.call("mod_install", arguments);
+  EXPECT_EQ(h.sent(), wireJSON(R"({"notes":{"_0":{"modInstall":{"name":"tasks","writer":""}}}})"));
+  h.initialize("claude-code");
+  h.call("mod_install", arguments);
+  EXPECT_EQ(h.sent()["notes"]["_0"]["modInstall"]["writer"], "claude-code");
+  h.call("mod_install", arguments, {{"ai.opencode/sessionID", "ses_1"}});
+  EXPECT_EQ(h.sent()["notes"]["_0"]["modInstall"]["writer"], "opencode");
+}
+
+}  // namespace
