@@ -10,21 +10,26 @@ namespace quillon::bridge {
 std::string dropControls(std::string_view text) {
   std::string out;
   out.reserve(text.size());
+  // Runs of kept text are copied whole; only controls and non-ASCII scalars are decoded.
+  std::size_t copied = 0;
   std::size_t at = 0;
   while (at < text.size()) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if (byte >= 0x20 && byte < 0x7F) {
+      ++at;
+      continue;
+    }
     const std::size_t start = at;
     bool valid = true;
     const char32_t scalar = unicode::next(text, at, &valid);
-    if (!valid) {
-      out.append(text.substr(start, at - start));
-    } else if (scalar == '\t' || scalar == '\n' || scalar == '\r') {
-      out.push_back(' ');
-    } else if (scalar < 0x20 || (scalar >= 0x7F && scalar <= 0x9F)) {
-      continue;
-    } else {
-      out.append(text.substr(start, at - start));
-    }
+    const bool blank = scalar == '\t' || scalar == '\n' || scalar == '\r';
+    const bool control = scalar < 0x20 || (scalar >= 0x7F && scalar <= 0x9F);
+    if (!valid || !control) continue;  // ill-formed bytes pass through as they are
+    out.append(text.substr(copied, start - copied));
+    if (blank) out.push_back(' ');
+    copied = at;
   }
+  out.append(text.substr(copied));
   return out;
 }
 

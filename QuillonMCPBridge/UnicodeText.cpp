@@ -50,14 +50,23 @@ bool isWhitespaceOrNewline(char32_t scalar) {
 std::string removingFormatCharacters(std::string_view text) {
   std::string out;
   out.reserve(text.size());
+  // Runs of kept text are copied whole: ASCII holds no format character, so only the other
+  // scalars are decoded.
+  std::size_t copied = 0;
   std::size_t at = 0;
   while (at < text.size()) {
+    if (static_cast<unsigned char>(text[at]) < 0x80) {
+      ++at;
+      continue;
+    }
     const std::size_t start = at;
     bool valid = true;
     const char32_t scalar = next(text, at, &valid);
-    if (valid && isFormat(scalar)) continue;
-    out.append(text.substr(start, at - start));
+    if (!valid || !isFormat(scalar)) continue;
+    out.append(text.substr(copied, start - copied));
+    copied = at;
   }
+  out.append(text.substr(copied));
   return out;
 }
 
@@ -118,6 +127,11 @@ std::vector<std::string_view> lines(std::string_view text) {
   std::size_t lineStart = 0;
   std::size_t at = 0;
   while (at < text.size()) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if (byte < 0x80 && (byte < 0x0A || byte > 0x0D)) {  // the common case: no separator
+      ++at;
+      continue;
+    }
     const std::size_t start = at;
     const char32_t scalar = next(text, at);
     const bool separator = (scalar >= 0x0A && scalar <= 0x0D) || scalar == 0x85 || scalar == 0x2028 || scalar == 0x2029;
