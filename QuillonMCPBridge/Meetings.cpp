@@ -11,10 +11,6 @@ namespace {
 
 json renderMeeting(const wire::GatewayResponse& response, const ToolCall&) { return meetingText(response); }
 
-// The required strings are guaranteed by the generic check; "" stands in only if the catalogue
-// ever stopped requiring them.
-std::string required(const ToolCall& call, std::string_view key) { return call.s(key).value_or(""); }
-
 constexpr ToolRoute kMeetingRoutes[] = {
     {"meeting_list",
      [](const ToolCall& call) -> Prepared {
@@ -23,7 +19,7 @@ constexpr ToolRoute kMeetingRoutes[] = {
      renderMeeting},
     {"meeting_get",
      [](const ToolCall& call) -> Prepared {
-       return readRequest(read::MeetingGet{.id = required(call, "id"),
+       return readRequest(read::MeetingGet{.id = call.required("id"),
                                            .times = call.flag("times"),
                                            .session = call.sessionArg(),
                                            .subagent = call.subagent});
@@ -31,7 +27,7 @@ constexpr ToolRoute kMeetingRoutes[] = {
      renderMeeting},
     {"meeting_search",
      [](const ToolCall& call) -> Prepared {
-       return readRequest(read::MeetingSearch{.query = required(call, "query"),
+       return readRequest(read::MeetingSearch{.query = call.required("query"),
                                               .speaker = call.opt("speaker"),
                                               .from = call.opt("from"),
                                               .to = call.opt("to"),
@@ -39,11 +35,11 @@ constexpr ToolRoute kMeetingRoutes[] = {
      },
      renderMeeting},
     {"meeting_stats",
-     [](const ToolCall& call) -> Prepared { return readRequest(read::MeetingStats{.id = required(call, "id")}); },
+     [](const ToolCall& call) -> Prepared { return readRequest(read::MeetingStats{.id = call.required("id")}); },
      renderMeeting},
     {"meeting_at",
      [](const ToolCall& call) -> Prepared {
-       return readRequest(read::MeetingAt{.id = required(call, "id"), .at = required(call, "at")});
+       return readRequest(read::MeetingAt{.id = call.required("id"), .at = call.required("at")});
      },
      renderMeeting},
 };

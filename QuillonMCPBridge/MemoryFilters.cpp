@@ -27,6 +27,15 @@ std::variant<wire::Filters, Refusal> parseFilters(const json& value) {
   return filters;
 }
 
+std::optional<Refusal> readFilters(const ToolCall& call, std::string_view key, std::optional<wire::Filters>& out) {
+  const json* value = call.given(key);
+  if (value == nullptr) return std::nullopt;
+  auto parsed = parseFilters(*value);
+  if (auto* refusal = std::get_if<Refusal>(&parsed)) return std::move(*refusal);
+  out = std::move(std::get<wire::Filters>(parsed));
+  return std::nullopt;
+}
+
 std::string renderFilterValue(const wire::FilterValue& value) {
   if (const auto* text = value.asString()) return *text;
   if (const auto* flag = value.asBool()) return *flag ? "true" : "false";

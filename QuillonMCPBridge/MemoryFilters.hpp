@@ -8,7 +8,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include "QuillonMCPBridge/ToolCall.hpp"
@@ -19,6 +21,10 @@ namespace quillon::bridge {
 // A JSON string becomes a string value, a JSON boolean a bool value (true never becomes 1), any
 // other JSON number a number value. Anything else refuses the call with a message naming the key.
 std::variant<wire::Filters, Refusal> parseFilters(const nlohmann::json& value);
+
+// The filters argument `key` of a call, through parseFilters when it is given: fills `out` and
+// returns nothing, or returns the refusal.
+std::optional<Refusal> readFilters(const ToolCall& call, std::string_view key, std::optional<wire::Filters>& out);
 
 // A string as it is; a bool as "true" or "false"; a whole number below 1e15 in magnitude as its
 // integer digits (3, not 3.0); any other number in the shortest form that reads back as the same

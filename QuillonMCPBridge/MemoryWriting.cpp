@@ -15,16 +15,6 @@ namespace {
 
 bool emptyWhenTrimmed(const std::string& text) { return unicode::trimmed(text).empty(); }
 
-// Reads an optional filters argument into `out`; a refusal when it is given but unusable.
-std::optional<Refusal> readFilters(const ToolCall& call, std::string_view key, std::optional<wire::Filters>& out) {
-  const json* value = call.given(key);
-  if (value == nullptr) return std::nullopt;
-  auto parsed = parseFilters(*value);
-  if (auto* refusal = std::get_if<Refusal>(&parsed)) return std::move(*refusal);
-  out = std::move(std::get<wire::Filters>(parsed));
-  return std::nullopt;
-}
-
 // An array of strings, or nothing when the value is anything else.
 std::optional<std::vector<std::string>> stringArray(const json& value) {
   if (!value.is_array()) return std::nullopt;

@@ -44,6 +44,8 @@ std::optional<std::int64_t> ToolCall::integer(std::string_view key) const {
   return std::nullopt;
 }
 
+std::string ToolCall::required(std::string_view key) const { return s(key).value_or(std::string()); }
+
 std::optional<std::string> ToolCall::sessionArg() const {
   if (auto named = opt("session_id")) return named;
   if (session) return session;

@@ -46,6 +46,8 @@ struct ToolCall {
   std::optional<std::string> opt(std::string_view key) const;
   bool flag(std::string_view key) const;
   std::optional<std::int64_t> integer(std::string_view key) const;
+  // A required string of a catalogued tool, which the generic check has already vouched for.
+  std::string required(std::string_view key) const;
 
   // The session a request carries: the "session_id" argument when it is a non-empty string,
   // else the caller's session, else the bridge's own.

@@ -17,10 +17,6 @@ namespace read = wire::read;
 
 namespace {
 
-// Required strings of catalogued tools have passed the generic check; see title_trace for the
-// one tool the catalogue does not list.
-std::string required(const ToolCall& call, std::string_view key) { return call.s(key).value_or(""); }
-
 std::string dayOf(const ToolCall& call) { return call.opt("day").value_or("today"); }
 
 // A search or grep that carried a from or to bound: an empty answer then says the window was empty.
@@ -35,34 +31,30 @@ json noteEditedOf(const GatewayResponse& response, const ToolCall&) { return not
 constexpr ToolRoute kRoutes[] = {
     {"search",
      [](const ToolCall& call) -> Prepared {
-       return readRequest(read::Recall{.query = required(call, "query"), .from = call.opt("from"), .to = call.opt("to")});
+       return readRequest(read::Recall{.query = call.required("query"), .from = call.opt("from"), .to = call.opt("to")});
      },
      [](const GatewayResponse& response, const ToolCall& call) { return cards(response, windowed(call)); }},
     {"grep",
      [](const ToolCall& call) -> Prepared {
-       return readRequest(read::Grep{.query = required(call, "query"), .from = call.opt("from"), .to = call.opt("to")});
+       return readRequest(read::Grep{.query = call.required("query"), .from = call.opt("from"), .to = call.opt("to")});
      },
      [](const GatewayResponse& response, const ToolCall& call) { return cards(response, windowed(call)); }},
     {"memory_get_by_type",
      [](const ToolCall& call) -> Prepared {
        std::optional<wire::Filters> filters;
-       if (const json* given = call.given("filters")) {
-         auto parsed = parseFilters(*given);
-         if (auto* refusal = std::get_if<Refusal>(&parsed)) return std::move(*refusal);
-         filters = std::move(std::get<wire::Filters>(parsed));
-       }
-       return readRequest(read::GetByType{.type = required(call, "type"),
+       if (auto refusal = readFilters(call, "filters", filters)) return std::move(*refusal);
+       return readRequest(read::GetByType{.type = call.required("type"),
                                           .path = call.opt("scope"),
                                           .filters = std::move(filters),
                                           .session = call.sessionArg()});
      },
-     [](const GatewayResponse& response, const ToolCall& call) { return byType(response, required(call, "type")); }},
+     [](const GatewayResponse& response, const ToolCall& call) { return byType(response, call.required("type")); }},
     {"memory_list_types",
      [](const ToolCall& call) -> Prepared { return readRequest(read::ListTypes{.scope = call.opt("scope")}); },
      [](const GatewayResponse& response, const ToolCall&) { return listTypes(response); }},
     {"grab",
      [](const ToolCall& call) -> Prepared {
-       return readRequest(read::Grab{.id = required(call, "id"),
+       return readRequest(read::Grab{.id = call.required("id"),
                                      .session = call.sessionArg(),
                                      .full = call.flag("full"),
                                      .subagent = call.subagent});
@@ -79,7 +71,7 @@ constexpr ToolRoute kRoutes[] = {
      [](const GatewayResponse& response, const ToolCall&) { return presence(response); }},
     // The entity's text quotes the user's screen history, so it is the one plain text defanged.
     {"entity_get",
-     [](const ToolCall& call) -> Prepared { return readRequest(read::GetEntity{.name = required(call, "name")}); },
+     [](const ToolCall& call) -> Prepared { return readRequest(read::GetEntity{.name = call.required("name")}); },
      [](const GatewayResponse& response, const ToolCall&) { return rendered(response, Defang::yes); }},
     {"storage_get_stats",
      [](const ToolCall& call) -> Prepared { return readRequest(read::StorageStats{.days = call.integer("days")}); },
@@ -89,10 +81,10 @@ constexpr ToolRoute kRoutes[] = {
      plainText},
     {"memory_config_scan", [](const ToolCall&) -> Prepared { return readRequest(read::ConfigScan{}); }, plainText},
     {"moment_get",
-     [](const ToolCall& call) -> Prepared { return readRequest(read::GetMoment{.id = required(call, "id")}); },
+     [](const ToolCall& call) -> Prepared { return readRequest(read::GetMoment{.id = call.required("id")}); },
      plainText},
     {"chapter_get",
-     [](const ToolCall& call) -> Prepared { return readRequest(read::GetChapter{.id = required(call, "id")}); },
+     [](const ToolCall& call) -> Prepared { return readRequest(read::GetChapter{.id = call.required("id")}); },
      plainText},
     // Not in the catalogue, so the generic check does not cover its id: it words the same fault.
     {"title_trace",
