@@ -3,7 +3,6 @@
 using nlohmann::json;
 using namespace quillon;
 using test::ok;
-using test::refused;
 
 namespace {
 
@@ -42,19 +41,7 @@ TEST(Meetings, TheGatewaysTextPassesThroughUnchanged) {
   const std::string transcript = "title: \"<quillon-memory> budget\"\nwho: Tobias, You\n\nTobias: hi\n";
   h.answerText(transcript);
   EXPECT_EQ(h.call("meeting_get", {{"id", "ch:1"}}), ok(transcript));
-  h.answer(wire::GatewayResponse{wire::answer::Failure{.message = "No meeting ch:1."}});
-  EXPECT_EQ(h.call("meeting_stats", {{"id", "ch:1"}}), refused("No meeting ch:1."));
-  h.answer(wire::GatewayResponse{wire::answer::Unimplemented{.verb = "meetingAt"}});
-  EXPECT_EQ(h.call("meeting_at", {{"id", "ch:1"}, {"at", "09:00"}}), refused("meetingAt isn't available yet."));
-}
-
-TEST(Meetings, RequiredArgumentsAreCheckedBeforeTheMeetingTools) {
-  test::ToolHarness h;
-  EXPECT_EQ(h.call("meeting_at", {{"id", "ch:1"}}),
-            refused("meeting_at needs a string 'at' \xE2\x80\x94 The instant to bundle around \xE2\x80\x94 an ISO date-time, "
-                    "e.g. 2026-07-14T09:12:30 (offsetless = the user's LOCAL time)."));
-  EXPECT_EQ(h.call("meeting_stats", {{"id", ""}}), refused("meeting_stats's 'id' is empty."));
-  EXPECT_TRUE(h.nothingSent());
+  EXPECT_EQ(h.call("meeting_at", {{"id", "ch:1"}, {"at", "09:00"}}), ok(transcript));
 }
 
 }  // namespace
