@@ -30,9 +30,15 @@ function(quillon_link name)
   endif()
 endfunction()
 
-# One test executable per module: every .cpp of the test folder, linked with GoogleTest.
+# One test executable per module: every .cpp of the test folder, linked with GoogleTest. Test
+# files named for a platform are picked like module files.
 function(quillon_tests name)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  if(APPLE)
+    list(FILTER sources EXCLUDE REGEX "Linux\\.cpp$")
+  else()
+    list(FILTER sources EXCLUDE REGEX "(MacOS|XPC)\\.cpp$")
+  endif()
   if(NOT sources)
     return()
   endif()
