@@ -7,11 +7,17 @@
 #include <optional>
 #include <string>
 
+#include "QuillonKit/ClientLineage.hpp"
+#include "QuillonKit/DiagnosticRelay.hpp"
+#include "QuillonKit/DoorConnection.hpp"
+#include "QuillonKit/DoorRedial.hpp"
+#include "QuillonKit/Environment.hpp"
+#include "QuillonKit/MCPGatewayName.hpp"
+#include "QuillonKit/XPCClient.hpp"
 #include "QuillonMCPBridge/ExitGate.hpp"
 #include "QuillonMCPBridge/MCPBridge.hpp"
 #include "QuillonMCPBridge/StdioLoop.hpp"
-#include "QuillonWire/Client.hpp"
-#include "QuillonWire/GatewayResponse.hpp"
+#include "QuillonWire/ClientVersion.hpp"
 
 using namespace quillon;
 
@@ -23,16 +29,6 @@ std::optional<std::string> environment(const char* name) {
   return std::string(value);
 }
 
-// Stands in for the door until the bridge can reach a gateway: every tool call hears that
-// Quillon is not running, which is the truth when no gateway can be dialled.
-class NoGateway final : public wire::Client {
- public:
-  wire::GatewayResponse send(const wire::GatewayRequest&) override {
-    return wire::GatewayResponse{wire::answer::Failure{.message = "Quillon isn't running \xE2\x80\x94 start it to access your memory."}};
-  }
-  wire::TimedResponse sendTimed(const wire::GatewayRequest& request) override { return {send(request), std::nullopt}; }
-};
-
 }  // namespace
 
 int main() {
@@ -40,12 +36,23 @@ int main() {
   // quietly with status 0 instead of the process dying of SIGPIPE.
   ::signal(SIGPIPE, SIG_IGN);
 
+  // Every object lives until _exit; none is ever destroyed.
+  static const std::string gatewayName = kit::MCPGatewayName::resolve(kit::processEnvironment());
   static bridge::MCPExitGate gate;
-  static NoGateway client;
+  // The gateway speaks another wire version. Idle, we end at once: replies go out with write(2),
+  // so nothing waits in a buffer. With a reply owed, the loop ends right after writing it.
+  static kit::XPCClient client(
+      gatewayName, kit::SystemDoor::makeConnection,
+      [] {
+        if (gate.stopRequested()) ::_exit(0);
+      },
+      [] { return kit::SystemDoor::serviceRegistered(gatewayName); },
+      [] { return kit::ClientLineage::probe(wire::runningExecutablePath()); }, kit::DoorRedial::standard);
   static bridge::MCPBridge mcp(client, environment("CLAUDE_CODE_SESSION_ID"));
+  static kit::DiagnosticRelay relay("mcp", client);
 
   // Replies are written with write(2), one whole line per call: nothing is ever buffered.
-  bridge::StdioLoop loop(STDIN_FILENO, STDOUT_FILENO, mcp, gate, [](std::string) {});
+  bridge::StdioLoop loop(STDIN_FILENO, STDOUT_FILENO, mcp, gate, [](std::string note) { relay.note(std::move(note)); });
   loop.run();
   // _exit: no destructor or background thread may hold up the end of the process.
   ::_exit(0);

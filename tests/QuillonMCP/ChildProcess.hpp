@@ -34,6 +34,8 @@ class ChildProcess {
   int wait();
 
   pid_t pid() const { return pid_; }
+  // The read end of the child's standard output, to see how much waits in the pipe.
+  int outputFd() const { return out_; }
 
  private:
   pid_t pid_ = -1;
