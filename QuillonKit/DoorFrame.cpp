@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "QuillonWire/JSONNesting.hpp"
 #include "QuillonWire/WireCodec.hpp"
 
 namespace quillon::kit {
@@ -15,32 +16,9 @@ using nlohmann::json;
 // The envelope adds one level to the deepest message the wire accepts.
 constexpr std::size_t kMaxNesting = wire::kMaxNesting + 1;
 
-// Checked before parsing: a parser would build a value nested 100,000 deep, and copying or
-// printing it would recurse that deep.
-bool nestsDeeperThan(std::string_view text, std::size_t limit) {
-  std::size_t depth = 0;
-  bool inString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (inString) {
-      if (c == '\\')
-        ++i;
-      else if (c == '"')
-        inString = false;
-    } else if (c == '"') {
-      inString = true;
-    } else if (c == '[' || c == '{') {
-      if (++depth > limit) return true;
-    } else if ((c == ']' || c == '}') && depth > 0) {
-      --depth;
-    }
-  }
-  return false;
-}
-
 bool isOneJSONValueOnOneLine(const std::string& text) {
   if (std::memchr(text.data(), '\n', text.size()) != nullptr) return false;
-  if (nestsDeeperThan(text, kMaxNesting)) return false;
+  if (wire::nestsDeeperThan(text, kMaxNesting)) return false;
   return json::accept(text);
 }
 
@@ -94,7 +72,7 @@ std::optional<std::string> DoorFrame::encode(const DoorLine& line) {
 }
 
 std::optional<DoorLine> DoorFrame::decode(std::string_view text) {
-  if (text.size() > kMaxLineBytes || nestsDeeperThan(text, kMaxNesting)) return std::nullopt;
+  if (text.size() > kMaxLineBytes || wire::nestsDeeperThan(text, kMaxNesting)) return std::nullopt;
   const json value = json::parse(text, nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded() || !value.is_object()) return std::nullopt;
   DoorLine line;

@@ -15,9 +15,9 @@ constexpr std::size_t kQuotedDescription = 120;
 }  // namespace
 
 std::optional<std::string> requiredArgumentFault(std::string_view tool, const nlohmann::json& arguments) {
-  const ToolSpec* spec = ToolCatalog::find(tool);
-  if (spec == nullptr) return std::nullopt;
-  for (const auto& param : spec->params) {
+  const ToolSpec* entry = ToolCatalog::find(tool);
+  if (entry == nullptr) return std::nullopt;
+  for (const auto& param : entry->params) {
     // Only required strings are checked here; numbers, flags, lists and objects are the tools' own.
     if (!param.required || param.schema.value("type", "") != "string") continue;
 

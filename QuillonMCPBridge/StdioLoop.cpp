@@ -9,6 +9,7 @@
 
 #include "QuillonMCPBridge/ExitGate.hpp"
 #include "QuillonMCPBridge/MCPBridge.hpp"
+#include "QuillonWire/JSONNesting.hpp"
 
 namespace quillon::bridge {
 
@@ -79,31 +80,10 @@ std::string repairedUTF8(std::string_view bytes) {
   return out;
 }
 
-bool nestsDeeperThan(std::string_view text, std::size_t limit) {
-  std::size_t depth = 0;
-  bool inString = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (inString) {
-      if (c == '\\')
-        ++i;
-      else if (c == '"')
-        inString = false;
-    } else if (c == '"') {
-      inString = true;
-    } else if (c == '[' || c == '{') {
-      if (++depth > limit) return true;
-    } else if ((c == ']' || c == '}') && depth > 0) {
-      --depth;
-    }
-  }
-  return false;
-}
-
 std::optional<json> parseFrame(std::string_view line) {
   // Real messages nest a few levels; a parser would happily build a 100,000-deep value that later
   // recursion (serialising an echoed id, freeing it) could not survive.
-  if (nestsDeeperThan(line, StdioLoop::kMaxDepth)) return std::nullopt;
+  if (wire::nestsDeeperThan(line, StdioLoop::kMaxDepth)) return std::nullopt;
   json value = json::parse(line, nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded() || !value.is_object()) return std::nullopt;
   return value;

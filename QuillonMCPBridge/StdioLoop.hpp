@@ -26,9 +26,6 @@ class MCPExitGate;
 // Text with every ill-formed UTF-8 sequence replaced by U+FFFD (one per maximal ill-formed part).
 std::string repairedUTF8(std::string_view bytes);
 
-// True when arrays and objects nest deeper than `limit` anywhere in the text.
-bool nestsDeeperThan(std::string_view text, std::size_t limit);
-
 // The line as a JSON object, or nothing when it is not one.
 std::optional<nlohmann::json> parseFrame(std::string_view line);
 

@@ -299,8 +299,8 @@ const std::vector<ToolSpec>& ToolCatalog::all() {
 }
 
 const ToolSpec* ToolCatalog::find(std::string_view name) {
-  for (const auto& spec : all())
-    if (spec.name == name) return &spec;
+  for (const auto& entry : all())
+    if (entry.name == name) return &entry;
   return nullptr;
 }
 
@@ -312,7 +312,7 @@ const std::vector<std::string>& ToolCatalog::titleTraceTools() {
 const json& ToolCatalog::toolsJSON() {
   static const json tools = [] {
     json list = json::array();
-    for (const auto& spec : all()) list.push_back(spec.toolJSON());
+    for (const auto& entry : all()) list.push_back(entry.toolJSON());
     return list;
   }();
   return tools;

@@ -1,5 +1,7 @@
 #include "QuillonWire/WireCodec.hpp"
 
+#include "QuillonWire/JSONNesting.hpp"
+
 #include <cmath>
 #include <cstdint>
 #include <exception>
@@ -157,26 +159,6 @@ namespace {
 
 using codec::json;
 
-// The parser itself is iterative, but a deeply nested tree is still a hazard for whatever walks or
-// frees it later; no message of the protocol comes close to this depth.
-bool nestsTooDeep(std::string_view text) {
-  int depth = 0;
-  bool inString = false;
-  bool escaped = false;
-  for (const char c : text) {
-    if (inString) {
-      if (escaped) escaped = false;
-      else if (c == '\\') escaped = true;
-      else if (c == '"') inString = false;
-      continue;
-    }
-    if (c == '"') inString = true;
-    else if ((c == '[' || c == '{') && ++depth > kMaxNesting) return true;
-    else if (c == ']' || c == '}') --depth;
-  }
-  return false;
-}
-
 // nlohmann's messages start with "[json.exception.parse_error.101] "; the rest is the useful part.
 std::string withoutExceptionTag(const char* what) {
   const std::string_view text(what);
@@ -185,7 +167,7 @@ std::string withoutExceptionTag(const char* what) {
 }
 
 WireResult<json> parse(std::string_view text) {
-  if (nestsTooDeep(text))
+  if (nestsDeeperThan(text, kMaxNesting))
     return WireError{"", "not accepted: nested deeper than " + std::to_string(kMaxNesting) + " levels"};
   try {
     return json::parse(text.begin(), text.end());

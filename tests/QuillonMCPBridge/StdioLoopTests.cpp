@@ -9,6 +9,7 @@
 
 #include "QuillonMCPBridge/ExitGate.hpp"
 #include "QuillonMCPBridge/MCPBridge.hpp"
+#include "QuillonWire/JSONNesting.hpp"
 #include "ScriptedGateway.hpp"
 
 using nlohmann::json;
@@ -41,7 +42,7 @@ TEST(Frames, OnlyJsonObjectsWithinTheDepthLimitAreMessages) {
   const std::string fine = "{\"id\":" + std::string(100, '[') + std::string(100, ']') + "}";
   EXPECT_TRUE(parseFrame(fine));
   // Brackets inside strings do not nest.
-  EXPECT_FALSE(nestsDeeperThan("{\"a\":\"" + std::string(1000, '[') + "\\\"\"}", 512));
+  EXPECT_FALSE(quillon::wire::nestsDeeperThan("{\"a\":\"" + std::string(1000, '[') + "\\\"\"}", 512));
   EXPECT_EQ(unparseableNote(17), "unparseable stdin frame \xE2\x80\x94 17 bytes, dropped");
 }
 

@@ -76,8 +76,8 @@ TEST(ToolCatalog, SchemasKeepTypesRequiredListsAndDescriptions) {
 
   // Only memory_patch's replace may be blank.
   int blank = 0;
-  for (const auto& spec : ToolCatalog::all())
-    for (const auto& param : spec.params) blank += param.blankOK;
+  for (const auto& entry : ToolCatalog::all())
+    for (const auto& param : entry.params) blank += param.blankOK;
   EXPECT_EQ(blank, 1);
   EXPECT_TRUE(ToolCatalog::find("memory_patch")->params[3].blankOK);
 }
