@@ -5,9 +5,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+# Debian 12's libheif1 carries its HEVC decoder (libde265) and encoder (x265) as plain
+# dependencies, so libheif-dev brings all that reading stored frames and making test frames needs.
 packages=(
   build-essential g++ cmake make pkg-config clang libclang-rt-dev
-  nlohmann-json3-dev libutf8proc-dev libsqlite3-dev libheif-dev libpng-dev
+  nlohmann-json3-dev libutf8proc-dev libsqlite3-dev libheif-dev libpng-dev libjpeg-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   nodejs npm
 )
