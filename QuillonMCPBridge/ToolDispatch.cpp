@@ -7,6 +7,7 @@
 #include "QuillonMCPBridge/Meetings.hpp"
 #include "QuillonMCPBridge/MemoryWriting.hpp"
 #include "QuillonMCPBridge/RequiredArguments.hpp"
+#include "QuillonMCPBridge/SessionList.hpp"
 #include "QuillonMCPBridge/ToolResult.hpp"
 
 namespace quillon::bridge {
@@ -73,6 +74,7 @@ constexpr ToolRoute kRoutes[] = {
     {"entity_get",
      [](const ToolCall& call) -> Prepared { return readRequest(read::GetEntity{.name = call.required("name")}); },
      [](const GatewayResponse& response, const ToolCall&) { return rendered(response, Defang::yes); }},
+    {"session_list", prepareSessionList, [](const GatewayResponse& response, const ToolCall&) { return sessionList(response); }},
     {"storage_get_stats",
      [](const ToolCall& call) -> Prepared { return readRequest(read::StorageStats{.days = call.integer("days")}); },
      plainText},

@@ -21,7 +21,6 @@ TEST(ToolDispatch, UnknownNamesAndLanesNotYetJoinedAnswerUnknownTool) {
       {"Search", {{"query", "x"}}},  // names are compared exactly
       {"memory_get_relevant", {{"prompt", "hi"}}},
       {"rules_get", json::object()},
-      {"session_list", json::object()},
       {"screen_get", {{"id", 4}, {"window", "w1"}}},
       {"screen_open", {{"screens", json::array()}}},
   };
