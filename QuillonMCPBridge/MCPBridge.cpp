@@ -42,8 +42,8 @@ std::string serialise(const json& value) {
 
 }  // namespace
 
-MCPBridge::MCPBridge(wire::Client& client, std::optional<std::string> sessionID)
-    : client_(client), sessionID_(std::move(sessionID)) {}
+MCPBridge::MCPBridge(wire::Client& client, std::optional<std::string> sessionID, ScreenSeams screens)
+    : client_(client), sessionID_(std::move(sessionID)), screens_(std::move(screens)) {}
 
 std::optional<std::string> MCPBridge::writer() const {
   std::lock_guard guard(lock_);
@@ -113,7 +113,8 @@ json MCPBridge::call(const std::string& name, const json& arguments, const std::
                           .subagent = subagent,
                           .session = session,
                           .bridgeSession = sessionID_,
-                          .writerName = [this] { return writer(); }};
+                          .writerName = [this] { return writer(); },
+                          .screens = &screens_};
   return dispatch(toolCall, client_);
 }
 

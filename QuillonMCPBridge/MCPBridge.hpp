@@ -9,6 +9,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "QuillonMCPBridge/ScreenSeams.hpp"
 #include "QuillonWire/Client.hpp"
 
 #include <mutex>
@@ -19,8 +20,9 @@ namespace quillon::bridge {
 
 class MCPBridge {
  public:
-  // Borrows the client, which must outlive the bridge. Tool requests go through it.
-  MCPBridge(wire::Client& client, std::optional<std::string> sessionID);
+  // Borrows the client, which must outlive the bridge. Tool requests go through it. The screen
+  // tools write and open frames through `screens`; without them they say no writer is wired.
+  MCPBridge(wire::Client& client, std::optional<std::string> sessionID, ScreenSeams screens = {});
   MCPBridge(const MCPBridge&) = delete;
   MCPBridge& operator=(const MCPBridge&) = delete;
 
@@ -46,6 +48,7 @@ class MCPBridge {
   mutable std::mutex lock_;
   std::optional<std::string> writer_;  // guarded by lock_
   const std::optional<std::string> sessionID_;
+  const ScreenSeams screens_;
 };
 
 }  // namespace quillon::bridge

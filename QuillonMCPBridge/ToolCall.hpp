@@ -27,6 +27,7 @@
 #include <string_view>
 #include <variant>
 
+#include "QuillonMCPBridge/ScreenSeams.hpp"
 #include "QuillonWire/Client.hpp"
 #include "QuillonWire/GatewayRequest.hpp"
 #include "QuillonWire/GatewayResponse.hpp"
@@ -40,6 +41,7 @@ struct ToolCall {
   std::optional<std::string> session;      // the caller's session, as identified with the call
   std::optional<std::string> bridgeSession;  // the session the bridge was started in, if known
   std::function<std::optional<std::string>()> writerName;
+  const ScreenSeams* screens = nullptr;  // the bridge's, which outlives the call; none in tests
 
   const nlohmann::json* given(std::string_view key) const;
   std::optional<std::string> s(std::string_view key) const;

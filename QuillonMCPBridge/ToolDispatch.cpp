@@ -7,6 +7,7 @@
 #include "QuillonMCPBridge/Meetings.hpp"
 #include "QuillonMCPBridge/MemoryWriting.hpp"
 #include "QuillonMCPBridge/RequiredArguments.hpp"
+#include "QuillonMCPBridge/Screens.hpp"
 #include "QuillonMCPBridge/SessionList.hpp"
 #include "QuillonMCPBridge/ToolResult.hpp"
 
@@ -28,7 +29,7 @@ json noteTextOf(const GatewayResponse& response, const ToolCall&) { return noteT
 json noteEditedOf(const GatewayResponse& response, const ToolCall&) { return noteEdited(response); }
 
 // Every tool that reaches the gateway directly, in dispatch order. The recall and rules lanes
-// (memory_get_relevant, rules_get), session_list and the screen tools join with their own routes.
+// (memory_get_relevant, rules_get) and session_list join with their own routes.
 constexpr ToolRoute kRoutes[] = {
     {"search",
      [](const ToolCall& call) -> Prepared {
@@ -96,6 +97,8 @@ constexpr ToolRoute kRoutes[] = {
        return readRequest(read::TitleTrace{.id = *id});
      },
      plainText},
+    {"screen_get", prepareScreenGet, screenGetOf},
+    {"screen_open", prepareScreenOpen, screenOpenOf},
     {"memory_add", prepareMemoryAdd, [](const GatewayResponse& response, const ToolCall&) { return noteWritten(response); }},
     {"memory_delete", prepareMemoryDelete,
      [](const GatewayResponse& response, const ToolCall&) { return noteDeleted(response); }},

@@ -21,8 +21,6 @@ TEST(ToolDispatch, UnknownNamesAndLanesNotYetJoinedAnswerUnknownTool) {
       {"Search", {{"query", "x"}}},  // names are compared exactly
       {"memory_get_relevant", {{"prompt", "hi"}}},
       {"rules_get", json::object()},
-      {"screen_get", {{"id", 4}, {"window", "w1"}}},
-      {"screen_open", {{"screens", json::array()}}},
   };
   for (const auto& [name, arguments] : calls) {
     EXPECT_EQ(h.call(name, arguments), refused(std::string("Unknown tool: ") + name));
