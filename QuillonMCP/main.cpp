@@ -12,8 +12,10 @@
 #include "QuillonKit/DoorConnection.hpp"
 #include "QuillonKit/DoorRedial.hpp"
 #include "QuillonKit/Environment.hpp"
+#include "QuillonKit/ExportedScreens.hpp"
 #include "QuillonKit/MCPGatewayName.hpp"
 #include "QuillonKit/XPCClient.hpp"
+#include "QuillonMCP/ScreenClosures.hpp"
 #include "QuillonMCPBridge/ExitGate.hpp"
 #include "QuillonMCPBridge/MCPBridge.hpp"
 #include "QuillonMCPBridge/StdioLoop.hpp"
@@ -48,7 +50,9 @@ int main() {
       },
       [] { return kit::SystemDoor::serviceRegistered(gatewayName); },
       [] { return kit::ClientLineage::probe(wire::runningExecutablePath()); }, kit::DoorRedial::standard);
-  static bridge::MCPBridge mcp(client, environment("CLAUDE_CODE_SESSION_ID"));
+  // Only the folder's path is settled here; it is made, and the codecs loaded, by the first frame.
+  static const std::optional<kit::ExportedScreens> screens = kit::ExportedScreens::live();
+  static bridge::MCPBridge mcp(client, environment("CLAUDE_CODE_SESSION_ID"), quillon::mcp::screenClosures(screens));
   static kit::DiagnosticRelay relay("mcp", client);
 
   // Replies are written with write(2), one whole line per call: nothing is ever buffered.
