@@ -9,6 +9,7 @@
 #include "QuillonMCPBridge/RequiredArguments.hpp"
 #include "QuillonMCPBridge/Screens.hpp"
 #include "QuillonMCPBridge/SessionList.hpp"
+#include "QuillonMCPBridge/StandingRules.hpp"
 #include "QuillonMCPBridge/ToolResult.hpp"
 
 namespace quillon::bridge {
@@ -28,9 +29,14 @@ json plainText(const GatewayResponse& response, const ToolCall&) { return render
 json noteTextOf(const GatewayResponse& response, const ToolCall&) { return noteText(response); }
 json noteEditedOf(const GatewayResponse& response, const ToolCall&) { return noteEdited(response); }
 
-// Every tool that reaches the gateway directly, in dispatch order. The recall and rules lanes
-// (memory_get_relevant, rules_get) and session_list join with their own routes.
+// Every tool that reaches the gateway directly, in dispatch order. The recall lane
+// (memory_get_relevant) joins with its own route.
 constexpr ToolRoute kRoutes[] = {
+    {"rules_get", prepareStandingRules,
+     [](const GatewayResponse& response, const ToolCall& call) {
+       return standingRules(response, call.flag("card"), validCeiling(call.given("card_ceiling")),
+                            validCeiling(call.given("card_head_ceiling")));
+     }},
     {"search",
      [](const ToolCall& call) -> Prepared {
        return readRequest(read::Recall{.query = call.required("query"), .from = call.opt("from"), .to = call.opt("to")});

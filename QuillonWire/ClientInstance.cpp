@@ -1,5 +1,11 @@
 #include "QuillonWire/ClientInstance.hpp"
 
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <vector>
+
 namespace quillon::wire {
 
 const std::string& ClientInstance::gatewayID() {
@@ -10,6 +16,18 @@ const std::string& ClientInstance::gatewayID() {
 const std::string& ClientInstance::menubarID() {
   static const std::string id = std::string(bundlePrefix) + std::string(segment) + ".menubar";
   return id;
+}
+
+std::string homeFolder() {
+  if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/') return home;
+  long size = ::sysconf(_SC_GETPW_R_SIZE_MAX);
+  std::vector<char> buffer(static_cast<std::size_t>(size > 0 ? size : 16384));
+  passwd entry{};
+  passwd* found = nullptr;
+  if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
+      found->pw_dir != nullptr && found->pw_dir[0] == '/')
+    return found->pw_dir;
+  return "/";
 }
 
 }  // namespace quillon::wire

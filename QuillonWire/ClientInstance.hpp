@@ -20,6 +20,18 @@ struct ClientInstance {
   // The daemon's Mach service: "example.fernhollow.quillon.gateway".
   static const std::string& gatewayID();
   static const std::string& menubarID();
+
+  // The folder that holds the user's runbooks (rules.md, shortcuts.md, mods.md, duplicates.md,
+  // scopes.md, retrospective.md, optimize.md), which agents are told to read by path: always
+  // absolute, with no "~" left in it. Linux: $XDG_DATA_HOME/quillon/runbooks when XDG_DATA_HOME is
+  // an absolute path, else $HOME/.local/share/quillon/runbooks. macOS: the suite's folder under
+  // ~/Library/Application Support. HOME unset or relative falls back to the account's home
+  // folder. Read from the environment on each call (cheap, and tests can move it).
+  static std::string runbooksRootExpanded();
 };
+
+// The user's home folder: HOME when it is absolute, else the account's entry in the user
+// database, else "/" (a path that is at least absolute, for a process with no home at all).
+std::string homeFolder();
 
 }  // namespace quillon::wire

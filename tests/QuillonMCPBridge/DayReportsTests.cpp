@@ -1,39 +1,16 @@
 #include "QuillonMCPBridge/DayReports.hpp"
+#include "ScopedTimeZone.hpp"
 #include "ToolHarness.hpp"
-
-#include <cstdlib>
-#include <ctime>
 
 using nlohmann::json;
 using namespace quillon;
 using bridge::hhmm;
 using bridge::hms;
 using test::ok;
+using test::ScopedTimeZone;
 using test::wireJSON;
 
 namespace {
-
-// The user's time zone for the length of a test: a POSIX zone rule, so no zone files are needed.
-class ScopedTimeZone {
- public:
-  explicit ScopedTimeZone(const char* rule) {
-    if (const char* old = std::getenv("TZ")) previous_ = old;
-    setenv("TZ", rule, 1);
-    tzset();
-  }
-  ~ScopedTimeZone() {
-    if (previous_)
-      setenv("TZ", previous_->c_str(), 1);
-    else
-      unsetenv("TZ");
-    tzset();
-  }
-  ScopedTimeZone(const ScopedTimeZone&) = delete;
-  ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
-
- private:
-  std::optional<std::string> previous_;
-};
 
 TEST(Hms, LargestUnitsOnlyWithBoundariesWhereTheyFall) {
   const std::pair<std::int64_t, const char*> cases[] = {

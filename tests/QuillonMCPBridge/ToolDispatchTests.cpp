@@ -20,7 +20,6 @@ TEST(ToolDispatch, UnknownNamesAndLanesNotYetJoinedAnswerUnknownTool) {
       {"memory_frobnicate", json::object()},
       {"Search", {{"query", "x"}}},  // names are compared exactly
       {"memory_get_relevant", {{"prompt", "hi"}}},
-      {"rules_get", json::object()},
   };
   for (const auto& [name, arguments] : calls) {
     EXPECT_EQ(h.call(name, arguments), refused(std::string("Unknown tool: ") + name));

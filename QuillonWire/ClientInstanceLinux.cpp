@@ -1,0 +1,20 @@
+#include <cstdlib>
+#include <string>
+
+#include "QuillonWire/ClientInstance.hpp"
+
+namespace quillon::wire {
+
+// The XDG base-directory rule: a relative XDG_DATA_HOME is invalid and is ignored.
+std::string ClientInstance::runbooksRootExpanded() {
+  if (const char* data = std::getenv("XDG_DATA_HOME"); data != nullptr && data[0] == '/') {
+    std::string root = data;
+    while (!root.empty() && root.back() == '/') root.pop_back();  // no "//" in a path agents copy
+    return root + "/quillon/runbooks";
+  }
+  std::string home = homeFolder();
+  if (home == "/") home.clear();
+  return home + "/.local/share/quillon/runbooks";
+}
+
+}  // namespace quillon::wire
