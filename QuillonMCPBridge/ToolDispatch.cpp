@@ -6,6 +6,7 @@
 #include "QuillonMCPBridge/MemoryFilters.hpp"
 #include "QuillonMCPBridge/Meetings.hpp"
 #include "QuillonMCPBridge/MemoryWriting.hpp"
+#include "QuillonMCPBridge/RecallInjection.hpp"
 #include "QuillonMCPBridge/RequiredArguments.hpp"
 #include "QuillonMCPBridge/Screens.hpp"
 #include "QuillonMCPBridge/SessionList.hpp"
@@ -29,9 +30,9 @@ json plainText(const GatewayResponse& response, const ToolCall&) { return render
 json noteTextOf(const GatewayResponse& response, const ToolCall&) { return noteText(response); }
 json noteEditedOf(const GatewayResponse& response, const ToolCall&) { return noteEdited(response); }
 
-// Every tool that reaches the gateway directly, in dispatch order. The recall lane
-// (memory_get_relevant) joins with its own route.
+// Every tool that reaches the gateway directly, in dispatch order.
 constexpr ToolRoute kRoutes[] = {
+    {"memory_get_relevant", preparePrimed, [](const GatewayResponse& response, const ToolCall&) { return primed(response); }},
     {"rules_get", prepareStandingRules,
      [](const GatewayResponse& response, const ToolCall& call) {
        return standingRules(response, call.flag("card"), validCeiling(call.given("card_ceiling")),

@@ -122,6 +122,23 @@ std::string prefixCharacters(std::string_view text, std::size_t count) {
   return std::string(text);
 }
 
+std::size_t characterCount(std::string_view text) {
+  std::size_t at = 0;
+  std::size_t characters = 0;
+  utf8proc_int32_t state = 0;
+  char32_t previous = 0;
+  bool first = true;
+  while (at < text.size()) {
+    const char32_t scalar = next(text, at);
+    if (first || utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(previous),
+                                                  static_cast<utf8proc_int32_t>(scalar), &state))
+      ++characters;
+    previous = scalar;
+    first = false;
+  }
+  return characters;
+}
+
 std::vector<std::string_view> lines(std::string_view text) {
   std::vector<std::string_view> result;
   std::size_t lineStart = 0;

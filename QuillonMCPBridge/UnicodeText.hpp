@@ -23,6 +23,8 @@ bool isBlank(std::string_view text);
 
 // The first `count` user-perceived characters (grapheme clusters).
 std::string prefixCharacters(std::string_view text, std::size_t count);
+// The number of user-perceived characters (grapheme clusters).
+std::size_t characterCount(std::string_view text);
 
 // Lines split at LF, VT, FF, CR, CR LF, NEL, U+2028 and U+2029, empty lines kept.
 std::vector<std::string_view> lines(std::string_view text);
