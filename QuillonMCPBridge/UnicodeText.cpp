@@ -101,42 +101,40 @@ bool isBlank(std::string_view text) {
   return true;
 }
 
-std::string prefixCharacters(std::string_view text, std::size_t count) {
+namespace {
+
+// Byte offset where the character (grapheme cluster) after the first `count` begins, or the
+// text's size when it holds no more than `count`; `seen` gets how many characters were walked.
+std::size_t characterBoundary(std::string_view text, std::size_t count, std::size_t& seen) {
   std::size_t at = 0;
-  std::size_t characters = 0;
+  seen = 0;
   utf8proc_int32_t state = 0;
   char32_t previous = 0;
-  bool first = true;
   while (at < text.size()) {
     const std::size_t start = at;
     const char32_t scalar = next(text, at);
-    const bool breaks = first || utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(previous),
-                                                                   static_cast<utf8proc_int32_t>(scalar), &state);
+    const bool breaks = start == 0 || utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(previous),
+                                                                        static_cast<utf8proc_int32_t>(scalar), &state);
     if (breaks) {
-      if (characters == count) return std::string(text.substr(0, start));
-      ++characters;
+      if (seen == count) return start;
+      ++seen;
     }
     previous = scalar;
-    first = false;
   }
-  return std::string(text);
+  return text.size();
+}
+
+}  // namespace
+
+std::string prefixCharacters(std::string_view text, std::size_t count) {
+  std::size_t seen = 0;
+  return std::string(text.substr(0, characterBoundary(text, count, seen)));
 }
 
 std::size_t characterCount(std::string_view text) {
-  std::size_t at = 0;
-  std::size_t characters = 0;
-  utf8proc_int32_t state = 0;
-  char32_t previous = 0;
-  bool first = true;
-  while (at < text.size()) {
-    const char32_t scalar = next(text, at);
-    if (first || utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(previous),
-                                                  static_cast<utf8proc_int32_t>(scalar), &state))
-      ++characters;
-    previous = scalar;
-    first = false;
-  }
-  return characters;
+  std::size_t seen = 0;
+  characterBoundary(text, static_cast<std::size_t>(-1), seen);
+  return seen;
 }
 
 std::vector<std::string_view> lines(std::string_view text) {
