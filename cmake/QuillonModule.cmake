@@ -3,6 +3,8 @@
 # Apple only), so a shared header never needs an #ifdef.
 function(quillon_module name)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  # A module's main.cpp is its executable's entry, built by the module's own CMakeLists.
+  list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
   if(APPLE)
     list(FILTER sources EXCLUDE REGEX "Linux\\.cpp$")
   else()

@@ -1,0 +1,42 @@
+// BoundedLog: an append-only log file that never grows past its bound.
+//
+// Each line is written whole with one write(2) to a file opened O_APPEND, stamped with the UTC
+// time. When a line would take the file past `maxBytes`, the file is renamed to "<path>.1"
+// (replacing the older one) and a new file begins, so the log holds at most twice the bound on
+// disk. Files are created 0600. Thread-safe. Failing to write a log line is not the gateway's
+// business to report: the line is dropped.
+#pragma once
+
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+namespace quillon::gateway {
+
+class BoundedLog {
+ public:
+  static constexpr std::size_t kDefaultMaxBytes = std::size_t{1} << 20;
+
+  // `echo` also copies each line to standard error: only when someone asked to watch.
+  explicit BoundedLog(std::string path, std::size_t maxBytes = kDefaultMaxBytes, bool echo = false);
+  ~BoundedLog();
+  BoundedLog(const BoundedLog&) = delete;
+  BoundedLog& operator=(const BoundedLog&) = delete;
+
+  // Appends one line; line breaks inside it are written as blanks, so one call is one line.
+  void write(std::string_view line);
+  const std::string& path() const { return path_; }
+
+ private:
+  void openFile();
+
+  const std::string path_;
+  const std::size_t maxBytes_;
+  const bool echo_;
+  std::mutex lock_;
+  int fd_ = -1;             // guarded by lock_
+  std::size_t bytes_ = 0;   // guarded by lock_
+};
+
+}  // namespace quillon::gateway

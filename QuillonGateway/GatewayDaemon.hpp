@@ -1,0 +1,56 @@
+// GatewayDaemon: the development gateway's process: it claims the service's socket in the door's
+// namespace folder, serves every bridge that connects, and stops cleanly on SIGTERM or SIGINT.
+//
+// Start-up refuses (with a reason for the person who started it) when the data folder or the store
+// cannot be used, when the namespace folder fails the door's check, or when a live gateway already
+// serves the name; a socket file left by a gateway that died is replaced. Each accepted peer of
+// this user gets its own thread and its own store connection, so a slow request on one bridge
+// holds up no other beyond SQLite's write lock; replies carry the request's id. Peers of another
+// uid are closed at once, unanswered. Logs go to "gateway.log" under the data folder (bounded),
+// and to standard error only when `echoLog` asks for it.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <variant>
+
+#include "QuillonKit/Environment.hpp"
+
+namespace quillon::gateway {
+
+struct DaemonSettings {
+  std::string serviceName;      // the door's service name
+  std::string namespaceFolder;  // where the service's socket lives
+  std::string dataFolder;       // the store, the logs
+  bool echoLog = false;
+
+  // The service from QUILLON_MCP_GATEWAY_FOR_TESTS exactly as the bridge resolves it, the door's
+  // folder from XDG_RUNTIME_DIR, the data folder $XDG_DATA_HOME/quillon (an absolute
+  // XDG_DATA_HOME), else $HOME/.local/share/quillon.
+  static DaemonSettings fromEnvironment(const kit::Environment& environment);
+};
+
+class GatewayDaemon {
+ public:
+  // Claims the service, or says why it cannot. The caller must have blocked SIGTERM and SIGINT in
+  // every thread before calling, so that serve() alone takes them.
+  static std::variant<std::unique_ptr<GatewayDaemon>, std::string> start(const DaemonSettings& settings);
+  ~GatewayDaemon();
+  GatewayDaemon(const GatewayDaemon&) = delete;
+  GatewayDaemon& operator=(const GatewayDaemon&) = delete;
+
+  // Serves until SIGTERM or SIGINT, then stops accepting, removes the socket, ends every
+  // connection after the request it is serving, and returns.
+  void serve();
+
+  const std::string& socketPath() const;
+  const std::string& storePath() const;
+  const std::string& logPath() const;
+
+ private:
+  struct State;
+  explicit GatewayDaemon(std::shared_ptr<State> state);
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace quillon::gateway

@@ -1,0 +1,325 @@
+#include "QuillonGateway/MemoryStore.hpp"
+
+#include <algorithm>
+#include <array>
+#include <map>
+
+#include "QuillonGateway/Sqlite.hpp"
+
+namespace quillon::gateway {
+
+namespace {
+
+// Migration i brings the schema from version i to i + 1. Append only: a shipped migration is
+// never edited, since stores out there already ran it.
+constexpr std::array<std::string_view, MemoryStore::kSchemaVersion> kMigrations = {
+    R"(CREATE TABLE memories(
+         id INTEGER PRIMARY KEY AUTOINCREMENT,
+         type TEXT NOT NULL, scope TEXT NOT NULL, text TEXT NOT NULL, why TEXT NOT NULL, title TEXT,
+         writer TEXT NOT NULL, session TEXT, subagent TEXT, created REAL NOT NULL, edited REAL);
+       CREATE INDEX memories_by_type ON memories(type, created DESC, id DESC);
+       CREATE INDEX memories_by_scope ON memories(scope);
+       CREATE TABLE filters(
+         memory INTEGER NOT NULL REFERENCES memories(id) ON DELETE CASCADE,
+         key TEXT NOT NULL, kind TEXT NOT NULL CHECK(kind IN ('s', 'n', 'b')), value NOT NULL,
+         PRIMARY KEY(memory, key)) WITHOUT ROWID;
+       CREATE INDEX filters_by_value ON filters(key, kind, value);
+       CREATE TABLE folders(folder TEXT PRIMARY KEY, scope TEXT NOT NULL) WITHOUT ROWID;
+       CREATE TABLE session_scopes(session TEXT PRIMARY KEY, scope TEXT NOT NULL, declared REAL NOT NULL)
+         WITHOUT ROWID;
+       CREATE TABLE self_names(position INTEGER PRIMARY KEY, name TEXT NOT NULL);)",
+};
+
+constexpr std::string_view kMemoryColumns =
+    "id, type, scope, text, why, title, writer, session, subagent, created, edited";
+
+// Matches a scope (parameter `p`) and everything filed below it; "/" matches all. '0' is the byte
+// after '/', so the range holds exactly the paths that continue the prefix with a slash, and the
+// scope index serves it.
+std::string underScope(std::string_view column, int p) {
+  const std::string scope = "?" + std::to_string(p);
+  const std::string at(column);
+  return "(" + scope + " = '/' OR " + at + " = " + scope + " OR (" + at + " > " + scope + " || '/' AND " + at + " < " +
+         scope + " || '0'))";
+}
+
+std::optional<std::string> optionalText(const Statement& row, int column) {
+  if (row.isNull(column)) return std::nullopt;
+  return row.text(column);
+}
+
+Memory readMemory(const Statement& row) {
+  Memory memory;
+  memory.id = row.integer(0);
+  memory.type = row.text(1);
+  memory.scope = row.text(2);
+  memory.text = row.text(3);
+  memory.why = row.text(4);
+  memory.title = optionalText(row, 5);
+  memory.writer = row.text(6);
+  memory.session = optionalText(row, 7);
+  memory.subagent = optionalText(row, 8);
+  memory.created = row.real(9);
+  if (!row.isNull(10)) memory.edited = row.real(10);
+  return memory;
+}
+
+void bindOptional(Statement& statement, int index, const std::optional<std::string>& text) {
+  if (text)
+    statement.bind(index, *text);
+  else
+    statement.bindNull(index);
+}
+
+// A filter value in two columns: its kind, so that true never equals 1, and the value itself.
+void bindFilterValue(Statement& statement, int kindIndex, const wire::FilterValue& value) {
+  if (const auto* text = value.asString()) {
+    statement.bind(kindIndex, std::string_view("s")).bind(kindIndex + 1, std::string_view(*text));
+  } else if (const auto* number = value.asNumber()) {
+    statement.bind(kindIndex, std::string_view("n")).bind(kindIndex + 1, *number);
+  } else {
+    statement.bind(kindIndex, std::string_view("b")).bind(kindIndex + 1, std::int64_t{*value.asBool() ? 1 : 0});
+  }
+}
+
+wire::FilterValue readFilterValue(const Statement& row, int kindColumn) {
+  const std::string kind = row.text(kindColumn);
+  if (kind == "n") return wire::FilterValue::number(row.real(kindColumn + 1));
+  if (kind == "b") return wire::FilterValue::boolean(row.integer(kindColumn + 1) != 0);
+  return wire::FilterValue::string(row.text(kindColumn + 1));
+}
+
+}  // namespace
+
+MemoryStore::MemoryStore(const std::string& path) : database_(std::make_unique<Database>(path)) {
+  database_->exec("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = ON;");
+  migrate();
+}
+
+MemoryStore::~MemoryStore() = default;
+
+int MemoryStore::schemaVersion() {
+  auto& statement = database_->cached("PRAGMA user_version");
+  statement.step();
+  return static_cast<int>(statement.integer(0));
+}
+
+void MemoryStore::migrate() {
+  if (schemaVersion() == kSchemaVersion) return;
+  WriteTransaction transaction(*database_);
+  // Read again under the write lock: another gateway thread may have just migrated.
+  const int version = schemaVersion();
+  if (version > kSchemaVersion)
+    throw SqlError("the store has schema version " + std::to_string(version) + ", newer than this gateway's " +
+                   std::to_string(kSchemaVersion) + "; run the newer gateway");
+  for (int next = version; next < kSchemaVersion; ++next) database_->exec(kMigrations[static_cast<std::size_t>(next)]);
+  database_->exec("PRAGMA user_version = " + std::to_string(kSchemaVersion));
+  transaction.commit();
+}
+
+std::unique_ptr<WriteTransaction> MemoryStore::beginWrite() { return std::make_unique<WriteTransaction>(*database_); }
+
+std::int64_t MemoryStore::insert(const Memory& memory) {
+  auto& statement = database_->cached(
+      "INSERT INTO memories(type, scope, text, why, title, writer, session, subagent, created) "
+      "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
+  statement.bind(1, memory.type).bind(2, memory.scope).bind(3, memory.text).bind(4, memory.why);
+  bindOptional(statement, 5, memory.title);
+  statement.bind(6, memory.writer);
+  bindOptional(statement, 7, memory.session);
+  bindOptional(statement, 8, memory.subagent);
+  statement.bind(9, memory.created);
+  statement.step();
+  const std::int64_t id = database_->lastInsertId();
+  writeFilters(id, memory.filters);
+  return id;
+}
+
+void MemoryStore::update(const Memory& memory) {
+  auto& statement = database_->cached(
+      "UPDATE memories SET type = ?2, scope = ?3, text = ?4, why = ?5, title = ?6, edited = ?7 WHERE id = ?1");
+  statement.bind(1, memory.id).bind(2, memory.type).bind(3, memory.scope).bind(4, memory.text).bind(5, memory.why);
+  bindOptional(statement, 6, memory.title);
+  if (memory.edited)
+    statement.bind(7, *memory.edited);
+  else
+    statement.bindNull(7);
+  statement.step();
+  database_->cached("DELETE FROM filters WHERE memory = ?1").bind(1, memory.id).step();
+  writeFilters(memory.id, memory.filters);
+}
+
+bool MemoryStore::remove(std::int64_t id) {
+  database_->cached("DELETE FROM filters WHERE memory = ?1").bind(1, id).step();
+  database_->cached("DELETE FROM memories WHERE id = ?1").bind(1, id).step();
+  return database_->changes() > 0;
+}
+
+std::optional<Memory> MemoryStore::find(std::int64_t id) {
+  auto& statement = database_->cached("SELECT " + std::string(kMemoryColumns) + " FROM memories WHERE id = ?1");
+  statement.bind(1, id);
+  if (!statement.step()) return std::nullopt;
+  Memory memory = readMemory(statement);
+  statement.reset();
+  memory.filters = filtersOf(id);
+  return memory;
+}
+
+bool MemoryStore::scopeLives(std::string_view scope) {
+  auto& statement = database_->cached(
+      "SELECT EXISTS(SELECT 1 FROM memories WHERE scope = ?1) OR EXISTS(SELECT 1 FROM folders WHERE scope = ?1)");
+  statement.bind(1, scope);
+  statement.step();
+  return statement.integer(0) != 0;
+}
+
+std::vector<Memory> MemoryStore::byType(std::string_view type, std::string_view scopePrefix,
+                                        const std::vector<wire::FilterPair>& equal, std::size_t limit) {
+  std::string sql = "SELECT " + std::string(kMemoryColumns) + " FROM memories m WHERE type = ?1 AND " +
+                    underScope("scope", 2);
+  for (std::size_t i = 0; i < equal.size(); ++i) {
+    const std::string base = std::to_string(4 + 3 * i);
+    sql += " AND EXISTS(SELECT 1 FROM filters f WHERE f.memory = m.id AND f.key = ?" + base + " AND f.kind = ?" +
+           std::to_string(5 + 3 * i) + " AND f.value = ?" + std::to_string(6 + 3 * i) + ")";
+  }
+  sql += " ORDER BY created DESC, id DESC LIMIT ?3";
+  auto& statement = database_->cached(sql);
+  statement.bind(1, type).bind(2, scopePrefix).bind(3, static_cast<std::int64_t>(limit));
+  for (std::size_t i = 0; i < equal.size(); ++i) {
+    const int base = 4 + 3 * static_cast<int>(i);
+    statement.bind(base, equal[i].key);
+    bindFilterValue(statement, base + 1, equal[i].value);
+  }
+  std::vector<Memory> found;
+  while (statement.step()) found.push_back(readMemory(statement));
+  statement.reset();
+  for (auto& memory : found) memory.filters = filtersOf(memory.id);
+  return found;
+}
+
+std::vector<wire::KindCount> MemoryStore::typeCounts(std::string_view scopePrefix) {
+  std::map<std::string, wire::KindCount> byType;
+  auto& types = database_->cached("SELECT type, COUNT(*) FROM memories WHERE " + underScope("scope", 1) + " GROUP BY type");
+  types.bind(1, scopePrefix);
+  while (types.step()) byType[types.text(0)] = wire::KindCount{.kind = types.text(0), .count = types.integer(1)};
+  types.reset();
+
+  auto& keys = database_->cached(
+      "SELECT m.type, f.key, COUNT(*) FROM filters f JOIN memories m ON m.id = f.memory WHERE " +
+      underScope("m.scope", 1) + " GROUP BY m.type, f.key");
+  keys.bind(1, scopePrefix);
+  while (keys.step()) {
+    auto& counted = byType[keys.text(0)];
+    if (!counted.filters) counted.filters.emplace();
+    counted.filters->push_back(wire::FilterKeyCount{.key = keys.text(1), .count = keys.integer(2)});
+  }
+  keys.reset();
+
+  std::vector<wire::KindCount> counts;
+  for (auto& [type, counted] : byType) {
+    if (counted.filters)
+      std::stable_sort(counted.filters->begin(), counted.filters->end(),
+                       [](const auto& a, const auto& b) { return a.count > b.count; });
+    counts.push_back(std::move(counted));
+  }
+  std::stable_sort(counts.begin(), counts.end(), [](const auto& a, const auto& b) { return a.count > b.count; });
+  return counts;
+}
+
+std::vector<std::int64_t> MemoryStore::idsWithFilter(std::string_view key, std::string_view value) {
+  auto& statement =
+      database_->cached("SELECT memory FROM filters WHERE key = ?1 AND kind = 's' AND value = ?2 ORDER BY memory");
+  statement.bind(1, key).bind(2, value);
+  std::vector<std::int64_t> ids;
+  while (statement.step()) ids.push_back(statement.integer(0));
+  statement.reset();
+  return ids;
+}
+
+std::vector<ScopeCounts> MemoryStore::scopeCounts() {
+  std::map<std::string, ScopeCounts> byScope;
+  auto& memories = database_->cached(
+      "SELECT scope, SUM(type = 'rule'), SUM(type <> 'rule') FROM memories GROUP BY scope");
+  while (memories.step())
+    byScope[memories.text(0)] =
+        ScopeCounts{.scope = memories.text(0), .rules = memories.integer(1), .notes = memories.integer(2)};
+  memories.reset();
+  auto& mapped = database_->cached("SELECT DISTINCT scope FROM folders");
+  while (mapped.step()) byScope.try_emplace(mapped.text(0), ScopeCounts{.scope = mapped.text(0)});
+  mapped.reset();
+  std::vector<ScopeCounts> counts;
+  for (auto& [scope, counted] : byScope) counts.push_back(std::move(counted));
+  return counts;
+}
+
+std::optional<std::string> MemoryStore::mapFolder(std::string_view folder, std::string_view scope) {
+  auto& previous = database_->cached("SELECT scope FROM folders WHERE folder = ?1");
+  previous.bind(1, folder);
+  std::optional<std::string> was;
+  if (previous.step()) was = previous.text(0);
+  previous.reset();
+  database_->cached("INSERT OR REPLACE INTO folders(folder, scope) VALUES (?1, ?2)").bind(1, folder).bind(2, scope).step();
+  return was;
+}
+
+std::vector<FolderScope> MemoryStore::folders() {
+  auto& statement = database_->cached("SELECT folder, scope FROM folders ORDER BY folder");
+  std::vector<FolderScope> all;
+  while (statement.step()) all.push_back(FolderScope{.folder = statement.text(0), .scope = statement.text(1)});
+  statement.reset();
+  return all;
+}
+
+std::optional<std::string> MemoryStore::sessionScope(std::string_view session, double since) {
+  auto& statement = database_->cached("SELECT scope FROM session_scopes WHERE session = ?1 AND declared >= ?2");
+  statement.bind(1, session).bind(2, since);
+  std::optional<std::string> scope;
+  if (statement.step()) scope = statement.text(0);
+  statement.reset();
+  return scope;
+}
+
+void MemoryStore::setSessionScope(std::string_view session, std::string_view scope, double at) {
+  database_->cached("INSERT OR REPLACE INTO session_scopes(session, scope, declared) VALUES (?1, ?2, ?3)")
+      .bind(1, session)
+      .bind(2, scope)
+      .bind(3, at)
+      .step();
+}
+
+std::vector<std::string> MemoryStore::selfNames() {
+  auto& statement = database_->cached("SELECT name FROM self_names ORDER BY position");
+  std::vector<std::string> names;
+  while (statement.step()) names.push_back(statement.text(0));
+  statement.reset();
+  return names;
+}
+
+void MemoryStore::setSelfNames(const std::vector<std::string>& names) {
+  database_->cached("DELETE FROM self_names").step();
+  for (std::size_t i = 0; i < names.size(); ++i)
+    database_->cached("INSERT INTO self_names(position, name) VALUES (?1, ?2)")
+        .bind(1, static_cast<std::int64_t>(i))
+        .bind(2, names[i])
+        .step();
+}
+
+std::vector<wire::FilterPair> MemoryStore::filtersOf(std::int64_t id) {
+  auto& statement = database_->cached("SELECT key, kind, value FROM filters WHERE memory = ?1 ORDER BY key");
+  statement.bind(1, id);
+  std::vector<wire::FilterPair> filters;
+  while (statement.step()) filters.push_back(wire::FilterPair{.key = statement.text(0), .value = readFilterValue(statement, 1)});
+  statement.reset();
+  return filters;
+}
+
+void MemoryStore::writeFilters(std::int64_t id, const std::vector<wire::FilterPair>& filters) {
+  for (const auto& pair : filters) {
+    auto& statement = database_->cached("INSERT INTO filters(memory, key, kind, value) VALUES (?1, ?2, ?3, ?4)");
+    statement.bind(1, id).bind(2, pair.key);
+    bindFilterValue(statement, 3, pair.value);
+    statement.step();
+  }
+}
+
+}  // namespace quillon::gateway

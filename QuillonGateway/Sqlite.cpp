@@ -1,0 +1,124 @@
+#include "QuillonGateway/Sqlite.hpp"
+
+#include <sqlite3.h>
+
+
+namespace quillon::gateway {
+
+namespace {
+
+[[noreturn]] void fail(sqlite3* database, std::string_view what) {
+  throw SqlError(std::string(what) + ": " + (database != nullptr ? sqlite3_errmsg(database) : "out of memory"));
+}
+
+}  // namespace
+
+Statement::Statement(sqlite3* database, std::string_view sql) : database_(database) {
+  if (sqlite3_prepare_v3(database, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &statement_,
+                         nullptr) != SQLITE_OK)
+    fail(database, "prepare " + std::string(sql.substr(0, 60)));
+}
+
+Statement::~Statement() { sqlite3_finalize(statement_); }
+
+Statement& Statement::bind(int index, std::string_view text) {
+  if (sqlite3_bind_text64(statement_, index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8) != SQLITE_OK)
+    fail(database_, "bind");
+  return *this;
+}
+
+Statement& Statement::bind(int index, std::int64_t number) {
+  if (sqlite3_bind_int64(statement_, index, number) != SQLITE_OK) fail(database_, "bind");
+  return *this;
+}
+
+Statement& Statement::bind(int index, double number) {
+  if (sqlite3_bind_double(statement_, index, number) != SQLITE_OK) fail(database_, "bind");
+  return *this;
+}
+
+Statement& Statement::bindNull(int index) {
+  if (sqlite3_bind_null(statement_, index) != SQLITE_OK) fail(database_, "bind");
+  return *this;
+}
+
+bool Statement::step() {
+  const int result = sqlite3_step(statement_);
+  if (result == SQLITE_ROW) return true;
+  if (result == SQLITE_DONE) return false;
+  fail(database_, std::string("step ") + sqlite3_sql(statement_));
+}
+
+void Statement::reset() {
+  sqlite3_reset(statement_);
+  sqlite3_clear_bindings(statement_);
+}
+
+bool Statement::isNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
+bool Statement::isText(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_TEXT; }
+bool Statement::isInteger(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_INTEGER; }
+std::int64_t Statement::integer(int column) const { return sqlite3_column_int64(statement_, column); }
+double Statement::real(int column) const { return sqlite3_column_double(statement_, column); }
+
+std::string Statement::text(int column) const {
+  const auto* bytes = sqlite3_column_text(statement_, column);
+  if (bytes == nullptr) return {};
+  return std::string(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(sqlite3_column_bytes(statement_, column)));
+}
+
+void Database::Close::operator()(sqlite3* database) const { sqlite3_close_v2(database); }
+
+Database::Database(const std::string& path) {
+  sqlite3* handle = nullptr;
+  const int result = sqlite3_open_v2(path.c_str(), &handle,
+                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX |
+                                         SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_EXRESCODE,
+                                     nullptr);
+  database_.reset(handle);
+  if (result != SQLITE_OK) fail(handle, "open " + path);
+  // Another thread's write holds the lock for a moment at most; wait for it rather than fail.
+  sqlite3_busy_timeout(handle, 10000);
+}
+
+Database::~Database() {
+  cache_.clear();  // statements before the connection they belong to
+}
+
+void Database::exec(std::string_view sql) {
+  char* message = nullptr;
+  if (sqlite3_exec(database_.get(), std::string(sql).c_str(), nullptr, nullptr, &message) != SQLITE_OK) {
+    std::string text = message != nullptr ? message : sqlite3_errmsg(database_.get());
+    sqlite3_free(message);
+    throw SqlError("exec " + std::string(sql.substr(0, 60)) + ": " + text);
+  }
+}
+
+Statement& Database::cached(std::string_view sql) {
+  auto found = cache_.find(sql);
+  if (found == cache_.end())
+    found = cache_.emplace(std::string(sql), std::make_unique<Statement>(database_.get(), sql)).first;
+  found->second->reset();
+  return *found->second;
+}
+
+std::int64_t Database::lastInsertId() const { return sqlite3_last_insert_rowid(database_.get()); }
+int Database::changes() const { return sqlite3_changes(database_.get()); }
+
+WriteTransaction::WriteTransaction(Database& database) : database_(database) { database_.exec("BEGIN IMMEDIATE"); }
+
+WriteTransaction::~WriteTransaction() {
+  if (!done_) {
+    try {
+      database_.exec("ROLLBACK");
+    } catch (const SqlError&) {
+      // A failed statement may already have ended the transaction; nothing is left to undo.
+    }
+  }
+}
+
+void WriteTransaction::commit() {
+  database_.exec("COMMIT");
+  done_ = true;
+}
+
+}  // namespace quillon::gateway

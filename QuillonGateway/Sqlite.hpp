@@ -1,0 +1,93 @@
+// Sqlite: one SQLite connection and its statements, owned and freed like any other resource.
+//
+// The store is the only user. Every call that SQLite refuses throws SqlError naming the statement
+// and SQLite's own message; the store catches it at the verb and answers `failure`, so nothing
+// thrown here ever crosses the door. Not thread-safe: each thread of the gateway holds its own
+// Database (SQLite's WAL lets them read at once and serialises their writes).
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace quillon::gateway {
+
+class SqlError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class Statement {
+ public:
+  Statement(sqlite3* database, std::string_view sql);
+  ~Statement();
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  // Parameters count from 1, as in SQL's ?1.
+  Statement& bind(int index, std::string_view text);
+  Statement& bind(int index, std::int64_t number);
+  Statement& bind(int index, double number);
+  Statement& bindNull(int index);
+
+  // True while there is a row to read; false when done. Throws on failure.
+  bool step();
+  // Ready to run again with new parameters.
+  void reset();
+
+  bool isNull(int column) const;
+  bool isText(int column) const;
+  bool isInteger(int column) const;
+  std::int64_t integer(int column) const;
+  double real(int column) const;
+  std::string text(int column) const;
+
+ private:
+  sqlite3* database_;
+  sqlite3_stmt* statement_ = nullptr;
+};
+
+class Database {
+ public:
+  // Opens (creating when missing) the file at `path`. Throws SqlError.
+  explicit Database(const std::string& path);
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  void exec(std::string_view sql);
+  // A statement prepared once for this connection and reset before it is handed out again.
+  Statement& cached(std::string_view sql);
+  std::int64_t lastInsertId() const;
+  int changes() const;
+
+ private:
+  struct Close {
+    void operator()(sqlite3* database) const;
+  };
+  std::unique_ptr<sqlite3, Close> database_;
+  std::map<std::string, std::unique_ptr<Statement>, std::less<>> cache_;
+};
+
+// BEGIN IMMEDIATE on construction, so a writer takes the write lock before it reads what it will
+// change; rolled back on destruction unless committed.
+class WriteTransaction {
+ public:
+  explicit WriteTransaction(Database& database);
+  ~WriteTransaction();
+  WriteTransaction(const WriteTransaction&) = delete;
+  WriteTransaction& operator=(const WriteTransaction&) = delete;
+  void commit();
+
+ private:
+  Database& database_;
+  bool done_ = false;
+};
+
+}  // namespace quillon::gateway

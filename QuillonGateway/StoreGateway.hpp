@@ -1,0 +1,47 @@
+// StoreGateway: the development gateway's answers, served from a MemoryStore.
+//
+// It serves the memory verbs (writing, editing, patching and deleting notes, their filters, the
+// scopes, the user's names, the mod shelf) and the reads over them (by type, the type census, a
+// grab), and takes diagnostic lines. Every other verb answers `unimplemented` naming it: this
+// gateway captures no screens, so day, meeting, screen and entity reads have nothing to serve.
+// Refusals are `failure` answers worded for the agent that will read them: what broke and how to
+// call again.
+//
+// One StoreGateway per serving thread, each with its own store connection; `serve` never throws
+// (a store failure is a `failure` answer). The store and the sink must outlive the gateway.
+#pragma once
+
+#include <functional>
+#include <string_view>
+
+#include "QuillonWire/Gateway.hpp"
+
+namespace quillon::gateway {
+
+class MemoryStore;
+
+class StoreGateway final : public wire::Gateway {
+ public:
+  // Seconds since the epoch; injectable so tests can fix creation times and session expiry.
+  using Clock = std::function<double()>;
+  // Where `diagnostic` `log` lines go: the sending program and the line.
+  using DiagnosticSink = std::function<void(std::string_view source, std::string_view line)>;
+
+  // How long a scope declared with setPath holds.
+  static constexpr double kSessionScopeSeconds = 2 * 60 * 60;
+  // The most memories one getByType lists, newest first: enough to browse a type, small enough for
+  // an agent's context.
+  static constexpr std::size_t kMaxListed = 200;
+
+  StoreGateway(MemoryStore& store, DiagnosticSink diagnostics, Clock clock);
+  static Clock systemClock();
+
+  wire::GatewayResponse serve(const wire::GatewayRequest& request) override;
+
+ private:
+  MemoryStore& store_;
+  DiagnosticSink diagnostics_;
+  Clock clock_;
+};
+
+}  // namespace quillon::gateway

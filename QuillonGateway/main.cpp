@@ -1,0 +1,63 @@
+// quillon-gateway: the development gateway for Linux. It serves the door's service with an
+// embedded store, in the foreground, until SIGTERM or SIGINT.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "QuillonGateway/GatewayDaemon.hpp"
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: quillon-gateway [--verbose]\n"
+    "Serves the Quillon door for quillon-mcp on this machine, with its store under\n"
+    "$XDG_DATA_HOME/quillon (default ~/.local/share/quillon). Runs in the foreground;\n"
+    "SIGTERM or Ctrl-C stops it. --verbose also copies the log to standard error.\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  bool verbose = false;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--verbose") == 0) {
+      verbose = true;
+    } else if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
+      std::fputs(kUsage, stdout);
+      return 0;
+    } else {
+      std::fprintf(stderr, "quillon-gateway: unknown argument '%s'\n%s", argv[i], kUsage);
+      return 2;
+    }
+  }
+
+  // Everything the gateway creates (store, logs, socket) is the user's alone.
+  ::umask(077);
+  ::signal(SIGPIPE, SIG_IGN);
+  // Taken by the daemon's signal descriptor alone: no serving thread is ever interrupted.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGTERM);
+  sigaddset(&stopSignals, SIGINT);
+  ::pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+  auto settings = quillon::gateway::DaemonSettings::fromEnvironment(quillon::kit::processEnvironment());
+  settings.echoLog = verbose;
+  auto started = quillon::gateway::GatewayDaemon::start(settings);
+  if (auto* refusal = std::get_if<std::string>(&started)) {
+    std::fprintf(stderr, "quillon-gateway: %s\n", refusal->c_str());
+    return 1;
+  }
+  auto& daemon = *std::get<0>(started);
+  // Said only to a person watching: under systemd or in the background, the log file has it.
+  if (::isatty(STDERR_FILENO) != 0 && !verbose)
+    std::fprintf(stderr, "quillon-gateway: serving %s\n  store %s\n  log   %s\n", daemon.socketPath().c_str(),
+                 daemon.storePath().c_str(), daemon.logPath().c_str());
+  daemon.serve();
+  // Connections still busy past the stop's grace hold only what the process's end frees.
+  std::fflush(nullptr);
+  ::_exit(0);
+}
