@@ -98,10 +98,14 @@ MemoryStore::MemoryStore(const std::string& path) : database_(std::make_unique<D
 
 MemoryStore::~MemoryStore() = default;
 
+void MemoryStore::settle() { database_->settle(); }
+
 int MemoryStore::schemaVersion() {
   auto& statement = database_->cached("PRAGMA user_version");
   statement.step();
-  return static_cast<int>(statement.integer(0));
+  const int version = static_cast<int>(statement.integer(0));
+  statement.reset();
+  return version;
 }
 
 void MemoryStore::migrate() {
@@ -117,7 +121,10 @@ void MemoryStore::migrate() {
   transaction.commit();
 }
 
-std::unique_ptr<WriteTransaction> MemoryStore::beginWrite() { return std::make_unique<WriteTransaction>(*database_); }
+std::unique_ptr<WriteTransaction> MemoryStore::beginWrite() {
+  database_->settle();
+  return std::make_unique<WriteTransaction>(*database_);
+}
 
 std::int64_t MemoryStore::insert(const Memory& memory) {
   auto& statement = database_->cached(
@@ -170,7 +177,9 @@ bool MemoryStore::scopeLives(std::string_view scope) {
       "SELECT EXISTS(SELECT 1 FROM memories WHERE scope = ?1) OR EXISTS(SELECT 1 FROM folders WHERE scope = ?1)");
   statement.bind(1, scope);
   statement.step();
-  return statement.integer(0) != 0;
+  const bool lives = statement.integer(0) != 0;
+  statement.reset();
+  return lives;
 }
 
 std::vector<Memory> MemoryStore::byType(std::string_view type, std::string_view scopePrefix,

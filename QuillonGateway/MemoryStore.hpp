@@ -64,6 +64,9 @@ class MemoryStore {
   MemoryStore(const MemoryStore&) = delete;
   MemoryStore& operator=(const MemoryStore&) = delete;
 
+  // Ends every read left open, so the next call sees the latest committed state.
+  void settle();
+
   // The schema version the file now carries.
   int schemaVersion();
 

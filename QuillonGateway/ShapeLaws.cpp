@@ -25,12 +25,14 @@ std::string wordSuggestion(std::string_view given, bool underscores) {
   std::string word;
   for (char c : given) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    if (c == ' ' || c == '.' || c == '\t' || (c == '_' && !underscores)) c = '-';
+    if (c == ' ' || c == '.' || c == '\t') c = underscores ? '_' : '-';
+    if (c == '_' && !underscores) c = '-';
     if (!isLowerWordByte(c, underscores)) continue;
-    if (c == '-' && (word.empty() || word.back() == '-')) continue;
+    const bool joiner = c == '-' || c == '_';
+    if (joiner && (word.empty() || word.back() == '-' || word.back() == '_')) continue;
     word += c;
   }
-  while (!word.empty() && word.back() == '-') word.pop_back();
+  while (!word.empty() && (word.back() == '-' || word.back() == '_')) word.pop_back();
   return word;
 }
 

@@ -101,6 +101,10 @@ Statement& Database::cached(std::string_view sql) {
   return *found->second;
 }
 
+void Database::settle() {
+  for (auto& [sql, statement] : cache_) statement->reset();
+}
+
 std::int64_t Database::lastInsertId() const { return sqlite3_last_insert_rowid(database_.get()); }
 int Database::changes() const { return sqlite3_changes(database_.get()); }
 

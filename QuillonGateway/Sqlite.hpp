@@ -64,6 +64,10 @@ class Database {
   void exec(std::string_view sql);
   // A statement prepared once for this connection and reset before it is handed out again.
   Statement& cached(std::string_view sql);
+  // Resets every cached statement. A statement left on a row holds its read snapshot open: the
+  // connection would keep reading the past, and could not take the write lock once another
+  // connection has written.
+  void settle();
   std::int64_t lastInsertId() const;
   int changes() const;
 

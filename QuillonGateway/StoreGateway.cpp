@@ -498,7 +498,11 @@ class Verbs {
   }
 
   GatewayResponse operator()(const wire::read::GetByType& request) {
-    const auto type = ShapeLaws::type(request.type);
+    // Reading is lenient: "Ticket " finds the tickets.
+    std::string lowered = trimmed(request.type);
+    for (char& c : lowered)
+      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    const auto type = ShapeLaws::type(lowered);
     auto scope = scopeOrRoot(request.path);
     if (!scope.value) return failure(scope.refusal);
     std::vector<wire::Card> cards;
@@ -559,6 +563,17 @@ StoreGateway::Clock StoreGateway::systemClock() {
 
 wire::GatewayResponse StoreGateway::serve(const wire::GatewayRequest& request) {
   Verbs verbs(store_, diagnostics_, clock_());
+  // Whatever the verb read, the next request starts from the latest committed state.
+  struct Settle {
+    MemoryStore& store;
+    ~Settle() {
+      try {
+        store.settle();
+      } catch (...) {
+        // Resetting a statement reports only the error its last step already answered.
+      }
+    }
+  } settle{store_};
   try {
     return std::visit([&](const auto& family) { return std::visit(verbs, family.request.value); }, request.value);
   } catch (const SqlError& error) {

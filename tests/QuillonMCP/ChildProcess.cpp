@@ -1,5 +1,6 @@
 #include "ChildProcess.hpp"
 
+#include <fcntl.h>
 #include <poll.h>
 
 #include <csignal>
@@ -11,7 +12,8 @@ namespace quillon::test {
 ChildProcess::ChildProcess(const std::string& path, const std::map<std::string, std::string>& extraEnvironment) {
   ::signal(SIGPIPE, SIG_IGN);
   int in[2], out[2], err[2];
-  if (::pipe(in) || ::pipe(out) || ::pipe(err)) throw std::runtime_error("pipe");
+  // Close-on-exec, so that no other child started meanwhile holds this one's pipes open.
+  if (::pipe2(in, O_CLOEXEC) || ::pipe2(out, O_CLOEXEC) || ::pipe2(err, O_CLOEXEC)) throw std::runtime_error("pipe");
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, in[0], 0);

@@ -1,0 +1,310 @@
+// The built quillon-gateway serving the built quillon-mcp over the real socket: what an agent
+// reads, several bridges at once, a malformed request, start-up refusals, a clean stop, and no
+// answered write lost to kill -9.
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <nlohmann/json.hpp>
+
+#include <atomic>
+#include <set>
+#include <ctime>
+#include <filesystem>
+#include <thread>
+
+#include "ChildProcess.hpp"
+#include "DoorTestSupport.hpp"
+#include "QuillonGateway/MemoryStore.hpp"
+
+namespace quillon::test {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+
+bool exists(const std::string& path) {
+  struct stat info {};
+  return ::lstat(path.c_str(), &info) == 0;
+}
+
+// The gateway dates memories by its own clock, in the local zone.
+std::string today() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  ::localtime_r(&now, &local);
+  char text[16];
+  std::strftime(text, sizeof text, "%Y-%m-%d", &local);
+  return text;
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat info {};
+  ::stat(path.c_str(), &info);
+  return info.st_mode & 0777;
+}
+
+// A raw door connection: one JSON line out, one line back.
+class DoorSocket {
+ public:
+  explicit DoorSocket(const std::string& path) : fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  }
+  ~DoorSocket() { ::close(fd_); }
+  bool connected() const { return connected_; }
+  bool send(const std::string& line) { return ::send(fd_, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size()); }
+  // The next line, or "" when the gateway closed the connection or said nothing within `timeout`.
+  std::string readLine(std::chrono::milliseconds timeout = 10s) {
+    for (;;) {
+      if (const auto end = buffer_.find('\n'); end != std::string::npos) {
+        std::string line = buffer_.substr(0, end);
+        buffer_.erase(0, end + 1);
+        return line;
+      }
+      pollfd watched{fd_, POLLIN, 0};
+      if (::poll(&watched, 1, static_cast<int>(timeout.count())) <= 0) return {};
+      char chunk[4096];
+      const auto got = ::recv(fd_, chunk, sizeof chunk, 0);
+      if (got <= 0) return {};
+      buffer_.append(chunk, static_cast<std::size_t>(got));
+    }
+  }
+
+ private:
+  int fd_;
+  bool connected_ = false;
+  std::string buffer_;
+};
+
+class GatewayProcess : public ::testing::Test {
+ protected:
+  GatewayProcess() {
+    std::filesystem::create_directory(runtime);
+    std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
+  }
+
+  std::map<std::string, std::string> environment() const {
+    return {{"XDG_RUNTIME_DIR", runtime}, {"XDG_DATA_HOME", temp.path() + "/data"},
+            {"QUILLON_MCP_GATEWAY_FOR_TESTS", service}, {"CLAUDE_CODE_SESSION_ID", "session-1"}};
+  }
+
+  // A gateway that is serving once this returns.
+  std::unique_ptr<ChildProcess> startGateway() {
+    auto gateway = std::make_unique<ChildProcess>(QUILLON_GATEWAY_PATH, environment());
+    // Serving means accepting: a stale socket file may be there before the gateway listens.
+    bool serving = false;
+    for (int i = 0; i < 500 && !(serving = DoorSocket(socket).connected()); ++i) std::this_thread::sleep_for(10ms);
+    EXPECT_TRUE(serving) << gateway->readAllErrors();
+    return gateway;
+  }
+
+  std::unique_ptr<ChildProcess> startBridge(int session = 1) {
+    auto environment = this->environment();
+    environment["CLAUDE_CODE_SESSION_ID"] = "session-" + std::to_string(session);
+    auto started = std::make_unique<ChildProcess>(QUILLON_MCP_PATH, environment);
+    started->write(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"clientInfo":{"name":"claude-code"}}})" "\n");
+    started->readLine();
+    return started;
+  }
+
+  // What the agent reads for one call: the text, marked "ERROR: " when the result is an error.
+  static std::string call(ChildProcess& session, const std::string& tool, const json& arguments) {
+    static std::atomic<int> id{1};
+    const json message = {{"jsonrpc", "2.0"}, {"id", id++}, {"method", "tools/call"},
+                          {"params", {{"name", tool}, {"arguments", arguments}}}};
+    session.write(message.dump() + "\n");
+    const json result = json::parse(session.readLine())["result"];
+    return (result.value("isError", false) ? "ERROR: " : "") + result["content"][0]["text"].get<std::string>();
+  }
+
+  std::string call(const std::string& tool, const json& arguments) {
+    if (!bridge) bridge = startBridge();
+    return call(*bridge, tool, arguments);
+  }
+
+  // SIGTERM, then the exit status; the socket must be gone and nothing said on standard error.
+  static void stop(ChildProcess& gateway, const std::string& socket) {
+    ::kill(gateway.pid(), SIGTERM);
+    EXPECT_EQ(gateway.readAllErrors(), "");
+    const int status = gateway.wait();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_FALSE(exists(socket));
+  }
+
+  TempFolder temp;
+  const std::string runtime = temp.path() + "/run";
+  const std::string service = freshServiceName();
+  const std::string socket = runtime + "/quillon/" + service;
+  const std::string store = temp.path() + "/data/quillon/store.db";
+  std::unique_ptr<ChildProcess> bridge;
+};
+
+TEST_F(GatewayProcess, AMemoryLivesAndDiesThroughTheBridge) {
+  auto gateway = startGateway();
+  EXPECT_EQ(call("memory_add", {{"text", "The staging DB retires in July"}, {"why", "plan the move"},
+                                {"type", "ticket"}, {"scope", "/code/quillon"}, {"filters", {{"status", "queued"}}}}),
+            "Saved m:1 (ticket) under /code/quillon — a new scope; scope_list_all shows the scopes that already exist.");
+  EXPECT_EQ(call("memory_get_by_type", {{"type", "ticket"}, {"scope", "/code"}}),
+            "1 ticket memory under /code:\n\nm:1 · \"The staging DB retires in July\" · status=queued · " + today());
+  EXPECT_EQ(call("memory_patch", {{"id", "m:1"}, {"find", "July"}, {"replace", "August"}}),
+            "Updated m:1.\ntext: The staging DB retires in August");
+  EXPECT_EQ(call("memory_edit", {{"id", "m:1"}, {"title", "Retire staging"}}), "Updated m:1.\ntitle: Retire staging");
+  EXPECT_EQ(call("memory_edit_filters", {{"id", "m:1"}, {"set", {{"status", "shipped"}}}}),
+            "Updated m:1.\nfilters: status=shipped");
+  const std::string card = call("grab", {{"id", "m:1"}});
+  EXPECT_EQ(card.substr(0, card.find(" · 20")), "[ticket] m:1 · \"Retire staging\"");
+  EXPECT_NE(card.find("\n  The staging DB retires in August\n  why: plan the move\n  filters: status=shipped\n  "
+                      "filed: /code/quillon"),
+            std::string::npos)
+      << card;
+  EXPECT_EQ(call("scope_list_all", json::object()), "/code/quillon — 0 rules · 1 note");
+  EXPECT_EQ(call("memory_delete", {{"id", "m:1"}}), "Deleted.");
+  EXPECT_EQ(call("grab", {{"id", "m:1"}}), "No such thing.");
+  bridge.reset();
+  stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, SessionScopeNamesAndModsThroughTheBridge) {
+  auto gateway = startGateway();
+  EXPECT_EQ(call("scope_set_for_session", {{"scope", "/code/quillon"}}),
+            "Session scope: /code/quillon (before: none, so /). It holds for two hours, or until you set another.");
+  EXPECT_EQ(call("memory_add", {{"text", "Use the staging bucket"}, {"why", "uploads"}}),
+            "Saved m:1 (note) under /code/quillon, the session's scope.");
+  // Another agent session has a scope of its own.
+  auto other = startBridge(2);
+  EXPECT_EQ(call(*other, "memory_add", {{"text", "elsewhere"}, {"why", "w"}}), "Saved m:2 (note) under /.");
+  EXPECT_EQ(call("memory_add", {{"text", "x"}, {"why", "y"}, {"scope", "/a/b/c/d"}}),
+            "ERROR: Scope '/a/b/c/d' breaks the scope law: lowercase letters, digits and dashes, up to 3 levels (e.g. "
+            "/code/quillon). It has 4 levels; a scope is a place the memory belongs to, never a container to stash "
+            "data in — name the place and put the detail in text or filters.");
+  EXPECT_EQ(call("self_names", {{"names", {"Mara Quint", "MQ4411"}}}),
+            "Names saved: Mara Quint, MQ4411. Mara Quint labels the user's own transcript lines.");
+  EXPECT_EQ(call(*other, "self_names", json::object()), "Mara Quint, MQ4411");
+  EXPECT_EQ(call("mod_install", {{"name", "tasks"}}).substr(0, 40), "Installed the tasks mod as 5 memories: m");
+  const std::string again = call("mod_install", {{"name", "tasks"}});
+  EXPECT_EQ(again.substr(0, again.find(" carry it")), "ERROR: The tasks mod is already installed: m:3, m:4, m:5, m:6, m:7");
+  EXPECT_EQ(call("day_get", json::object()), "ERROR: getDay isn't available yet.");
+  EXPECT_EQ(call("meeting_list", json::object()), "ERROR: meetingList isn't available yet.");
+  other.reset();
+  bridge.reset();
+  stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, TheDoorAnswersKnocksAndMalformedRequestsAndSkipsNoise) {
+  auto gateway = startGateway();
+  DoorSocket door(socket);
+  ASSERT_TRUE(door.connected());
+  door.send("not json at all\n");
+  door.send(R"({"id":7,"wire":1,"payload":{"read":{"_0":{"noSuchVerb":{}}}}})" "\n");
+  EXPECT_EQ(json::parse(door.readLine()), json::parse(R"({"id":7,"wire":1,"served_ms":0,
+                                                          "payload":{"failure":{"message":"malformed request"}}})"));
+  door.send(R"({"id":8,"wire":1})" "\n");
+  EXPECT_EQ(json::parse(door.readLine()), json::parse(R"({"id":8,"wire":1})"));
+  door.send(R"({"id":9,"wire":1,"payload":{"control":{"_0":{"shutdown":{}}}}})" "\n");
+  EXPECT_EQ(json::parse(door.readLine())["payload"], json::parse(R"({"unimplemented":{"verb":"shutdown"}})"));
+  stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, StartUpRefusesALiveGatewayAndReplacesAStaleSocket) {
+  // A socket file left by a gateway that died: bound, never listened on, nobody behind it.
+  std::filesystem::create_directory(runtime + "/quillon");
+  std::filesystem::permissions(runtime + "/quillon", std::filesystem::perms::owner_all);
+  {
+    const int stale = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    socket.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(stale, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ::close(stale);
+  }
+  auto gateway = startGateway();
+  EXPECT_EQ(call("self_names", json::object()).substr(0, 12), "No names yet");
+
+  ChildProcess second(QUILLON_GATEWAY_PATH, environment());
+  EXPECT_EQ(second.readAllErrors(), "quillon-gateway: a gateway already serves " + service + " at " + socket + "\n");
+  const int status = second.wait();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+  EXPECT_EQ(call("self_names", json::object()).substr(0, 12), "No names yet");  // the first serves on
+
+  // Everything it keeps is the user's alone.
+  EXPECT_EQ(modeOf(temp.path() + "/data/quillon"), 0700u);
+  EXPECT_EQ(modeOf(store), 0600u);
+  EXPECT_EQ(modeOf(temp.path() + "/data/quillon/gateway.log"), 0600u);
+  bridge.reset();
+  stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, SeveralBridgesWritingAtOnceLoseNothing) {
+  auto gateway = startGateway();
+  constexpr int kBridges = 4, kWrites = 40;
+  std::vector<std::unique_ptr<ChildProcess>> bridges;
+  for (int i = 0; i < kBridges; ++i) bridges.push_back(startBridge(i));
+  std::vector<std::vector<std::string>> answers(kBridges);
+  std::vector<std::thread> writers;
+  for (int i = 0; i < kBridges; ++i)
+    writers.emplace_back([&, i] {
+      for (int n = 0; n < kWrites; ++n)
+        answers[static_cast<std::size_t>(i)].push_back(
+            call(*bridges[static_cast<std::size_t>(i)], "memory_add",
+                 {{"text", "burst " + std::to_string(i) + "/" + std::to_string(n)}, {"why", "load"}, {"type", "burst"}}));
+    });
+  for (auto& writer : writers) writer.join();
+
+  std::set<std::string> ids;
+  for (const auto& list : answers)
+    for (const auto& answer : list) {
+      ASSERT_EQ(answer.rfind("Saved m:", 0), 0u) << answer;
+      ids.insert(answer.substr(6, answer.find(' ', 6) - 6));
+    }
+  EXPECT_EQ(ids.size(), static_cast<std::size_t>(kBridges * kWrites));
+  EXPECT_EQ(call(*bridges[0], "memory_list_types", json::object()), "1 type under /: burst (160)");
+  while (!bridges.empty()) bridges.pop_back();
+  stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, KillNineDuringWritesLosesNoAnsweredWrite) {
+  auto gateway = startGateway();
+  std::vector<std::int64_t> answered;
+  {
+    DoorSocket door(socket);
+    ASSERT_TRUE(door.connected());
+    const std::string request =
+        R"({"wire":1,"payload":{"notes":{"_0":{"write":{"text":"kept","why":"w","writer":"t","type":"","path":""}}}},"id":)";
+    // Keep several writes in flight, so the kill lands in the middle of a burst.
+    int sent = 0;
+    for (; sent < 8; ++sent) door.send(request + std::to_string(sent) + "}\n");
+    for (;;) {
+      const std::string line = door.readLine(2s);
+      if (line.empty()) break;
+      const json reply = json::parse(line);
+      const std::string text = reply["payload"]["text"]["_0"];
+      answered.push_back(std::stoll(text.substr(std::string("Saved m:").size())));
+      if (answered.size() == 300) ::kill(gateway->pid(), SIGKILL);
+      if (answered.size() < 300) door.send(request + std::to_string(sent++) + "}\n");
+    }
+  }
+  gateway->wait();
+  ASSERT_GE(answered.size(), 300u);
+
+  // The store opens cleanly and holds every write that was answered; a new gateway takes over
+  // the stale socket.
+  {
+    gateway::MemoryStore reopened(store);
+    for (const auto id : answered) EXPECT_TRUE(reopened.find(id).has_value()) << "m:" << id;
+  }
+  gateway = startGateway();
+  EXPECT_EQ(call("memory_add", {{"text", "after"}, {"why", "w"}}).substr(0, 8), "Saved m:");
+  bridge.reset();
+  stop(*gateway, socket);
+}
+
+}  // namespace
+}  // namespace quillon::test
