@@ -1,0 +1,91 @@
+#!/usr/bin/env bash
+# Starts the built development gateway in the background, unless one already serves this user's
+# door, and says where everything is and how to connect an agent. `make start` builds first.
+# Usage: scripts/start-gateway.sh [build-dir]   (default: build)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build="${1:-build}"
+. scripts/gateway-paths.sh
+
+gateway="$build/bin/quillon-gateway"
+bridge="$build/bin/quillon-mcp"
+for program in "$gateway" "$bridge"; do
+  if [ ! -x "$program" ]; then
+    echo "start-gateway: $program is not built; run 'make start' (it builds it)." >&2
+    exit 1
+  fi
+done
+bridge="$(readlink -f "$bridge")"
+
+# The gateway itself decides whether another one is live (it holds a lock and probes the socket)
+# and refuses with exit status 1 and a reason on stderr; its reason is kept only until it has
+# either refused or started.
+errors="$(mktemp "${TMPDIR:-/tmp}/quillon-start.XXXXXX")"
+trap 'rm -f "$errors"' EXIT
+# A socket file already there may be a live gateway's or one a dead gateway left; in the second
+# case the new gateway replaces it, and only its own "(pid N)" line in the log says it is ready.
+socket_was_there=""
+[ -e "$quillon_socket" ] && socket_was_there=yes
+
+# Its own session and no terminal: closing this shell or pressing Ctrl-C here never stops it.
+( exec setsid nohup "$gateway" </dev/null >/dev/null 2>"$errors" ) &
+pid=$!
+
+ready() {
+  [ -S "$quillon_socket" ] || return 1
+  [ -z "$socket_was_there" ] && return 0
+  grep -qsF "(pid $pid)" "$quillon_log" "$quillon_log.1"
+}
+
+state=""
+# The gateway binds or refuses within moments; the bound only keeps a broken machine from
+# leaving this script waiting for ever.
+for _ in $(seq 1 600); do
+  if ! kill -0 "$pid" 2>/dev/null; then state=exited; break; fi
+  if ready; then state=started; break; fi
+  sleep 0.05
+done
+
+case "$state" in
+  started)
+    (umask 077 && echo "$pid" > "$quillon_pidfile")
+    echo "Started the Quillon gateway (pid $pid)."
+    ;;
+  exited)
+    status=0
+    wait "$pid" || status=$?
+    if grep -q "already serves" "$errors"; then
+      running="$(quillon_gateway_pid || true)"
+      echo "The Quillon gateway is already running${running:+ (pid $running)}."
+    else
+      echo "The Quillon gateway did not start (exit status $status):" >&2
+      cat "$errors" >&2
+      exit 1
+    fi
+    ;;
+  *)
+    echo "The Quillon gateway (pid $pid) has not opened $quillon_socket yet; see $quillon_log." >&2
+    exit 1
+    ;;
+esac
+
+demo="make demo"
+stop="make stop"
+[ "$build" = build ] || demo="make demo BUILD=$build"
+cat <<EOF
+
+  socket  $quillon_socket
+  store   $quillon_store
+  logs    $quillon_log
+          $quillon_diagnostics
+  bridge  $bridge
+
+Register the bridge with your agent (more in README.md, "Register the bridge with an agent"):
+  Claude Code  claude mcp add --scope user quillon -- $bridge
+  Codex        ~/.codex/config.toml:  [mcp_servers.quillon]  command = "$bridge"
+  Cursor       ~/.cursor/mcp.json:    {"mcpServers": {"quillon": {"command": "$bridge"}}}
+  opencode     opencode.json:         "mcp": {"quillon": {"type": "local", "command": ["$bridge"], "enabled": true}}
+
+Try it:   $demo
+Stop it:  $stop
+EOF
