@@ -261,6 +261,38 @@ std::vector<ScopeCounts> MemoryStore::scopeCounts() {
   return counts;
 }
 
+std::vector<std::string> MemoryStore::rulesAt(std::string_view scope) {
+  auto& statement =
+      database_->cached("SELECT text FROM memories WHERE type = 'rule' AND scope = ?1 ORDER BY created, id");
+  statement.bind(1, scope);
+  std::vector<std::string> rules;
+  while (statement.step()) rules.push_back(statement.text(0));
+  statement.reset();
+  return rules;
+}
+
+std::int64_t MemoryStore::rulesBelow(std::string_view scope) {
+  auto& statement = database_->cached("SELECT COUNT(*) FROM memories WHERE type = 'rule' AND scope <> ?1 AND " +
+                                      underScope("scope", 1));
+  statement.bind(1, scope);
+  statement.step();
+  const auto count = statement.integer(0);
+  statement.reset();
+  return count;
+}
+
+std::optional<std::string> MemoryStore::scopeForFolder(std::string_view folder) {
+  // The deepest mapping wins: /home/mq/code/quillon over /home/mq/code.
+  auto& statement = database_->cached(
+      "SELECT scope FROM folders WHERE folder = ?1 OR (folder = '/' AND substr(?1, 1, 1) = '/') OR "
+      "substr(?1, 1, length(folder) + 1) = folder || '/' ORDER BY length(folder) DESC LIMIT 1");
+  statement.bind(1, folder);
+  std::optional<std::string> scope;
+  if (statement.step()) scope = statement.text(0);
+  statement.reset();
+  return scope;
+}
+
 std::optional<std::string> MemoryStore::mapFolder(std::string_view folder, std::string_view scope) {
   auto& previous = database_->cached("SELECT scope FROM folders WHERE folder = ?1");
   previous.bind(1, folder);

@@ -96,6 +96,13 @@ class MemoryStore {
   // Every scope that holds a memory or has a folder mapped to it, by path.
   std::vector<ScopeCounts> scopeCounts();
 
+  // The texts of the rules filed at exactly `scope`, oldest first.
+  std::vector<std::string> rulesAt(std::string_view scope);
+  // How many rules are filed strictly below `scope`.
+  std::int64_t rulesBelow(std::string_view scope);
+
+  // The scope of the deepest mapped folder that holds `folder` (or is it), if any.
+  std::optional<std::string> scopeForFolder(std::string_view folder);
   // The scope the folder was mapped to before, if any.
   std::optional<std::string> mapFolder(std::string_view folder, std::string_view scope);
   std::vector<FolderScope> folders();

@@ -497,6 +497,35 @@ class Verbs {
     return text("Names saved: " + line + ". " + names.front() + " labels the user's own transcript lines.");
   }
 
+  // The rules in force where the agent works: every level from / down to the scope, each with the
+  // rules filed there. The scope is the one named, else the session's, else the mapped folder's.
+  GatewayResponse operator()(const wire::read::StandingRules& request) {
+    std::string scope = "/";
+    if (request.scope && !trimmed(*request.scope).empty()) {
+      const auto shaped = ShapeLaws::scope(*request.scope);
+      if (!shaped.value) return failure(shaped.refusal);
+      scope = *shaped.value;
+    } else if (auto declared = store_.sessionScope(sessionKey(request.session, request.writer.value_or("")),
+                                                   now_ - StoreGateway::kSessionScopeSeconds)) {
+      scope = *declared;
+    } else if (request.cwd) {
+      if (const auto folder = ShapeLaws::folder(*request.cwd); folder.value)
+        scope = store_.scopeForFolder(*folder.value).value_or("/");
+    }
+    wire::RulesWalk walk{.path = scope, .levels = {}, .overflow = store_.rulesBelow(scope), .announce = {},
+                         .note = {}, .onboarding = {}};
+    // "/code/quillon" walks "/", "/code", "/code/quillon"; a level without rules is left out.
+    std::vector<std::string> chain{"/"};
+    for (auto slash = scope.find('/', 1); scope != "/"; slash = scope.find('/', slash + 1)) {
+      chain.push_back(scope.substr(0, slash));
+      if (slash == std::string::npos) break;
+    }
+    for (const auto& level : chain)
+      if (auto rules = store_.rulesAt(level); !rules.empty())
+        walk.levels.push_back(wire::RulesWalk::Level{.path = level, .rules = std::move(rules)});
+    return GatewayResponse{wire::answer::StandingWalk{std::move(walk)}};
+  }
+
   GatewayResponse operator()(const wire::read::GetByType& request) {
     // Reading is lenient: "Ticket " finds the tickets.
     std::string lowered = trimmed(request.type);

@@ -220,6 +220,27 @@ TEST_F(StoreGatewayTest, ScopesSessionsAndFolders) {
   EXPECT_EQ(write("expired", {{"session", "s1"}}), text("Saved m:5 (note) under /."));
 }
 
+TEST_F(StoreGatewayTest, StandingRulesWalkTheChainFromTheNamedSessionOrFolderScope) {
+  write("Always run the tests", {{"type", "rule"}});
+  write("Use tabs", {{"type", "rule"}, {"path", "/code/quillon"}});
+  write("Deeper", {{"type", "rule"}, {"path", "/code/quillon/docs"}});
+  write("Not a rule", {{"path", "/code"}});
+  notes("mapPath", {{"folder", "/home/mq/code"}, {"path", "/code"}});
+  notes("mapPath", {{"folder", "/home/mq/code/quillon"}, {"path", "/code/quillon"}});
+  const auto walk = [&](json payload) {
+    payload["card"] = false;
+    return read("standingRules", std::move(payload))["standingWalk"]["_0"];
+  };
+  EXPECT_EQ(walk({{"cwd", "/home/mq/code/quillon/src"}}), json::parse(R"({"path":"/code/quillon","levels":[
+              {"path":"/","rules":["Always run the tests"]},{"path":"/code/quillon","rules":["Use tabs"]}],
+              "overflow":1})"));
+  EXPECT_EQ(walk({{"cwd", "/home/mq/codex"}})["path"], "/");
+  EXPECT_EQ(walk({{"cwd", "/home/mq/code/x"}, {"scope", "/code/quillon/docs"}})["levels"].size(), 3u);
+  notes("setPath", {{"path", "/code"}, {"writer", "codex"}, {"session", "s1"}});
+  EXPECT_EQ(walk({{"cwd", "/home/mq/code/quillon"}, {"session", "s1"}}),
+            json::parse(R"({"path":"/code","levels":[{"path":"/","rules":["Always run the tests"]}],"overflow":2})"));
+}
+
 TEST_F(StoreGatewayTest, SelfNamesReadReplaceAndRefuse) {
   EXPECT_EQ(notes("selfNames")["text"]["_0"].get<std::string>().rfind("No names yet", 0), 0u);
   EXPECT_EQ(notes("selfNames", {{"names", {"Mara Quint", " MQ4411 ", "Mara Quint"}}}),
