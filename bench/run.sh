@@ -3,13 +3,20 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build="${1:-build}"
-cmake --build "$build" --target quillon-mcp canned_echo stdio_bench -j "$(nproc)" >/dev/null
+targets=(quillon-mcp canned_echo stdio_bench)
+# The development gateway and its benchmarks exist on Linux only.
+if [ "$(uname -s)" = Linux ]; then targets+=(quillon-gateway gateway_stdio_bench gateway_benchmark); fi
+cmake --build "$build" --target "${targets[@]}" -j "$(nproc)" >/dev/null
 # The floor answers tools/list with a catalogue of the same size as the bridge's.
 catalogue="$(mktemp)"
 trap 'rm -f "$catalogue"' EXIT
 printf '%s\n' '{"jsonrpc":"2.0","id":2,"method":"tools/list"}' | "$build/bin/quillon-mcp" > "$catalogue"
 echo "== stdio: quillon-mcp beside a canned C server =="
 "$build/bench/stdio_bench" "$build/bin/quillon-mcp" "$build/bench/canned_echo" "$catalogue"
+if [ -x "$build/bench/gateway_stdio_bench" ]; then
+  echo "== gateway: quillon-mcp through the door to quillon-gateway, 100,000 memories =="
+  "$build/bench/gateway_stdio_bench" "$build/bin/quillon-gateway" "$build/bin/quillon-mcp"
+fi
 for extra in "$build"/bench/*_benchmark; do
   [ -x "$extra" ] || continue
   echo "== $(basename "$extra") =="
