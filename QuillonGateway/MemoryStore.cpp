@@ -28,7 +28,21 @@ constexpr std::array<std::string_view, MemoryStore::kSchemaVersion> kMigrations 
        CREATE TABLE session_scopes(session TEXT PRIMARY KEY, scope TEXT NOT NULL, declared REAL NOT NULL)
          WITHOUT ROWID;
        CREATE TABLE self_names(position INTEGER PRIMARY KEY, name TEXT NOT NULL);)",
+    // A listing narrowed to a scope walks only that type's memories under it.
+    "CREATE INDEX memories_by_type_scope ON memories(type, scope);",
 };
+
+// A scope and everything below it, as a range an index serves; the second test drops the
+// neighbours the range lets in ("/code-x" beside "/code").
+constexpr std::string_view kScopeRange =
+    "scope >= ?2 AND scope < ?2 || '0' AND (scope = ?2 OR substr(scope, length(?2) + 1, 1) = '/')";
+
+// A filter matching fewer memories than this, or a scope holding fewer of the type, finds a
+// listing's candidates faster than a walk of the type in date order, which may pass many rows that
+// fail the filters. Counting up to the bound costs at most that many index steps; sorting what
+// is found stays within a few milliseconds.
+constexpr std::int64_t kRareFilter = 1000;
+constexpr std::int64_t kNarrowScope = 4000;
 
 constexpr std::string_view kMemoryColumns =
     "id, type, scope, text, why, title, writer, session, subagent, created, edited";
@@ -184,13 +198,50 @@ bool MemoryStore::scopeLives(std::string_view scope) {
 
 std::vector<Memory> MemoryStore::byType(std::string_view type, std::string_view scopePrefix,
                                         const std::vector<wire::FilterPair>& equal, std::size_t limit) {
-  std::string sql = "SELECT " + std::string(kMemoryColumns) + " FROM memories m WHERE type = ?1 AND " +
-                    underScope("scope", 2);
+  // Three ways to the same rows, newest first. A rare filter is a shorter list than any type; so
+  // is a narrow scope, through (type, scope). Otherwise the type's index in date order stops at
+  // the limit. The short lists are sorted; counting whether a list is short is bounded.
+  std::optional<std::size_t> rarest;
+  std::int64_t fewest = kRareFilter;
   for (std::size_t i = 0; i < equal.size(); ++i) {
-    const std::string base = std::to_string(4 + 3 * i);
-    sql += " AND EXISTS(SELECT 1 FROM filters f WHERE f.memory = m.id AND f.key = ?" + base + " AND f.kind = ?" +
-           std::to_string(5 + 3 * i) + " AND f.value = ?" + std::to_string(6 + 3 * i) + ")";
+    auto& count = database_->cached(
+        "SELECT COUNT(*) FROM (SELECT 1 FROM filters WHERE key = ?1 AND kind = ?2 AND value = ?3 LIMIT " +
+        std::to_string(kRareFilter) + ")");
+    count.bind(1, equal[i].key);
+    bindFilterValue(count, 2, equal[i].value);
+    count.step();
+    if (const auto matches = count.integer(0); matches < fewest) {
+      fewest = matches;
+      rarest = i;
+    }
+    count.reset();
   }
+  const bool everywhere = scopePrefix == "/";
+  bool narrowScope = false;
+  if (!rarest && !everywhere) {
+    auto& count = database_->cached(
+        "SELECT COUNT(*) FROM (SELECT 1 FROM memories INDEXED BY memories_by_type_scope WHERE type = ?1 AND " +
+        std::string(kScopeRange) + " LIMIT " + std::to_string(kNarrowScope) + ")");
+    count.bind(1, type).bind(2, scopePrefix);
+    count.step();
+    narrowScope = count.integer(0) < kNarrowScope;
+    count.reset();
+  }
+  std::string sql = "SELECT " + std::string(kMemoryColumns) + " FROM ";
+  if (rarest) {
+    const std::string at = std::to_string(4 + 3 * *rarest);
+    sql += "filters d CROSS JOIN memories m ON m.id = d.memory WHERE d.key = ?" + at + " AND d.kind = ?" +
+           std::to_string(5 + 3 * *rarest) + " AND d.value = ?" + std::to_string(6 + 3 * *rarest) + " AND type = ?1";
+  } else if (narrowScope) {
+    sql += "memories m INDEXED BY memories_by_type_scope WHERE type = ?1";
+  } else {
+    // Named, or the planner would sort every row of a broad scope instead of stopping at the limit.
+    sql += "memories m INDEXED BY memories_by_type WHERE type = ?1";
+  }
+  if (!everywhere) sql += " AND " + std::string(kScopeRange);
+  for (std::size_t i = 0; i < equal.size(); ++i)
+    sql += " AND EXISTS(SELECT 1 FROM filters f WHERE f.memory = m.id AND f.key = ?" + std::to_string(4 + 3 * i) +
+           " AND f.kind = ?" + std::to_string(5 + 3 * i) + " AND f.value = ?" + std::to_string(6 + 3 * i) + ")";
   sql += " ORDER BY created DESC, id DESC LIMIT ?3";
   auto& statement = database_->cached(sql);
   statement.bind(1, type).bind(2, scopePrefix).bind(3, static_cast<std::int64_t>(limit));

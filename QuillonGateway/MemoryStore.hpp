@@ -56,7 +56,7 @@ struct FolderScope {
 
 class MemoryStore {
  public:
-  static constexpr int kSchemaVersion = 1;
+  static constexpr int kSchemaVersion = 2;
 
   // Opens or creates the store at `path`, migrating it. Throws SqlError.
   explicit MemoryStore(const std::string& path);

@@ -164,7 +164,8 @@ TEST_F(StoreGatewayTest, GetByTypeMatchesScopePrefixAndEveryFilterNewestFirst) {
   write("b", {{"type", "ticket"}, {"path", "/code/quillon"}, {"filters", {{"status", "queued"}, {"n", true}}}});
   now += 1;
   write("c", {{"type", "ticket"}, {"path", "/codex"}, {"filters", {{"status", "queued"}}}});
-  write("d", {{"type", "note"}, {"path", "/code"}});
+  write("e", {{"type", "ticket"}, {"path", "/code-x"}, {"filters", {{"status", "queued"}}}});
+  write("d", {{"type", "note"}, {"path", "/code"}});  // m:5
 
   const auto ids = [&](json payload) {
     std::vector<std::string> found;
@@ -173,7 +174,9 @@ TEST_F(StoreGatewayTest, GetByTypeMatchesScopePrefixAndEveryFilterNewestFirst) {
     return found;
   };
   EXPECT_EQ(ids({{"type", "ticket"}, {"path", "/code"}}), (std::vector<std::string>{"m:2", "m:1"}));
-  EXPECT_EQ(ids({{"type", "Ticket "}}), (std::vector<std::string>{"m:3", "m:2", "m:1"}));
+  EXPECT_EQ(ids({{"type", "ticket"}, {"path", "/code"}, {"filters", {{"status", "queued"}}}}),
+            (std::vector<std::string>{"m:2", "m:1"}));
+  EXPECT_EQ(ids({{"type", "Ticket "}}), (std::vector<std::string>{"m:4", "m:3", "m:2", "m:1"}));
   // A flag is never the number 1.
   EXPECT_EQ(ids({{"type", "ticket"}, {"filters", {{"n", true}}}}), (std::vector<std::string>{"m:2"}));
   EXPECT_EQ(ids({{"type", "ticket"}, {"filters", {{"n", 1}, {"status", "queued"}}}}), (std::vector<std::string>{"m:1"}));
