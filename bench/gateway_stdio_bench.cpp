@@ -26,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include "PipedChild.hpp"
 #include "gateway_seed.hpp"
 
 extern char** environ;
@@ -67,52 +68,8 @@ struct Environment {
   char** get() { return pointers.data(); }
 };
 
-struct Bridge {
-  pid_t pid = -1;
-  int in = -1, out = -1;
-  std::string buffered;
-
-  Bridge(const std::string& path, char** environment) {
-    // Close-on-exec, so that a bridge spawned later holds no end of an earlier one's pipes and
-    // closing our end is an end of input that bridge sees.
-    int toChild[2], fromChild[2];
-    if (::pipe2(toChild, O_CLOEXEC) != 0 || ::pipe2(fromChild, O_CLOEXEC) != 0) std::perror("pipe");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, toChild[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, fromChild[1], 1);
-    std::string program = path;
-    char* argv[] = {program.data(), nullptr};
-    if (posix_spawn(&pid, path.c_str(), &actions, nullptr, argv, environment) != 0) std::perror("spawn bridge");
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(toChild[0]);
-    ::close(fromChild[1]);
-    in = toChild[1];
-    out = fromChild[0];
-  }
-
-  void send(const std::string& line) {
-    std::size_t done = 0;
-    while (done < line.size()) {
-      const ssize_t n = ::write(in, line.data() + done, line.size() - done);
-      if (n <= 0) return;
-      done += static_cast<std::size_t>(n);
-    }
-  }
-
-  std::string receive() {
-    char chunk[1 << 16];
-    for (;;) {
-      if (const auto feed = buffered.find('\n'); feed != std::string::npos) {
-        std::string line = buffered.substr(0, feed);
-        buffered.erase(0, feed + 1);
-        return line;
-      }
-      const ssize_t n = ::read(out, chunk, sizeof chunk);
-      if (n <= 0) return {};
-      buffered.append(chunk, static_cast<std::size_t>(n));
-    }
-  }
+struct Bridge : PipedChild {
+  Bridge(const std::string& path, char** environment) : PipedChild(path, "", environment) {}
 
   std::string call(const std::string& line) {
     send(line);

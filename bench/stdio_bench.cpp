@@ -5,7 +5,6 @@
 //   exit         end of input to the process reaped (median)
 //   peak RSS     maximum resident set of a session that initialises and lists the tools
 // Usage: stdio_bench BRIDGE FLOOR [FLOOR_ARGUMENT]
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,57 +15,16 @@
 #include <string>
 #include <vector>
 
+#include "PipedChild.hpp"
+
 extern char** environ;
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct Child {
-  pid_t pid = -1;
-  int in = -1, out = -1;
-  std::string buffered;
-
-  Child(const std::string& path, const std::string& argument) {
-    int toChild[2], fromChild[2];
-    if (::pipe(toChild) != 0 || ::pipe(fromChild) != 0) std::perror("pipe");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, toChild[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, fromChild[1], 1);
-    for (int fd : {toChild[0], toChild[1], fromChild[0], fromChild[1]}) posix_spawn_file_actions_addclose(&actions, fd);
-    std::string program = path, arg = argument;
-    char* argv[] = {program.data(), argument.empty() ? nullptr : arg.data(), nullptr};
-    if (posix_spawn(&pid, path.c_str(), &actions, nullptr, argv, environ) != 0) std::perror("spawn");
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(toChild[0]);
-    ::close(fromChild[1]);
-    in = toChild[1];
-    out = fromChild[0];
-  }
-
-  void send(const std::string& line) {
-    std::size_t at = 0;
-    while (at < line.size()) {
-      const ssize_t n = ::write(in, line.data() + at, line.size() - at);
-      if (n <= 0) return;
-      at += static_cast<std::size_t>(n);
-    }
-  }
-
-  std::string receive() {
-    char chunk[1 << 16];
-    for (;;) {
-      if (const auto feed = buffered.find('\n'); feed != std::string::npos) {
-        std::string line = buffered.substr(0, feed);
-        buffered.erase(0, feed + 1);
-        return line;
-      }
-      const ssize_t n = ::read(out, chunk, sizeof chunk);
-      if (n <= 0) return {};
-      buffered.append(chunk, static_cast<std::size_t>(n));
-    }
-  }
+struct Child : PipedChild {
+  Child(const std::string& path, const std::string& argument) : PipedChild(path, argument, environ) {}
 
   // Closes the input and reaps the process; returns the peak RSS in KiB.
   long finish(double* exitMicros = nullptr) {
