@@ -35,6 +35,12 @@ std::string trimmed(std::string_view value) {
 
 std::string memoryID(std::int64_t id) { return "m:" + std::to_string(id); }
 
+std::string commaJoined(const std::vector<std::string>& items) {
+  std::string line;
+  for (const auto& item : items) line += (line.empty() ? "" : ", ") + item;
+  return line;
+}
+
 // "m:41" → 41; nothing for anything else (no sign, no blanks, no leading zeros beyond "m:0").
 std::optional<std::int64_t> parseMemoryID(std::string_view id) {
   if (id.size() < 3 || id.substr(0, 2) != "m:") return std::nullopt;
@@ -436,9 +442,9 @@ class Verbs {
       return failure("No mod named '" + name + "' on the shelf — it holds: " + ModShelf::names() + ".");
     auto transaction = store_.beginWrite();
     if (const auto present = store_.idsWithFilter("mod", mod->name); !present.empty()) {
-      std::string ids;
-      for (const auto id : present) ids += (ids.empty() ? "" : ", ") + memoryID(id);
-      return failure("The " + mod->name + " mod is already installed: " + ids +
+      std::vector<std::string> ids;
+      for (const auto id : present) ids.push_back(memoryID(id));
+      return failure("The " + mod->name + " mod is already installed: " + commaJoined(ids) +
                      " carry it, and nothing was changed. Installing never overwrites — the user's copy may hold "
                      "their own edits; change it with memory_edit or memory_patch instead.");
     }
@@ -472,9 +478,7 @@ class Verbs {
       if (names.empty())
         return text("No names yet — send self_names with names, e.g. [\"Mara Quint\", \"MQ4411\"]; the first one "
                     "labels the user's own transcript lines.");
-      std::string line;
-      for (const auto& name : names) line += (line.empty() ? "" : ", ") + name;
-      return text(std::move(line));
+      return text(commaJoined(names));
     }
     std::vector<std::string> names;
     std::set<std::string> seen;
@@ -492,9 +496,7 @@ class Verbs {
     auto transaction = store_.beginWrite();
     store_.setSelfNames(names);
     transaction->commit();
-    std::string line;
-    for (const auto& name : names) line += (line.empty() ? "" : ", ") + name;
-    return text("Names saved: " + line + ". " + names.front() + " labels the user's own transcript lines.");
+    return text("Names saved: " + commaJoined(names) + ". " + names.front() + " labels the user's own transcript lines.");
   }
 
   // The rules in force where the agent works: every level from / down to the scope, each with the
