@@ -28,6 +28,11 @@ struct DaemonSettings {
   // folder from XDG_RUNTIME_DIR, the data folder $XDG_DATA_HOME/quillon (an absolute
   // XDG_DATA_HOME), else $HOME/.local/share/quillon.
   static DaemonSettings fromEnvironment(const kit::Environment& environment);
+
+  // The files kept in the data folder.
+  std::string storePath() const { return dataFolder + "/store.db"; }
+  std::string logPath() const { return dataFolder + "/gateway.log"; }
+  std::string diagnosticLogPath() const { return dataFolder + "/diagnostic.log"; }
 };
 
 class GatewayDaemon {

@@ -223,11 +223,11 @@ std::variant<std::unique_ptr<GatewayDaemon>, std::string> GatewayDaemon::start(c
   auto state = std::make_shared<State>();
   state->settings = settings;
   if (auto problem = preparePrivateFolder(settings.dataFolder)) return "data folder: " + *problem;
-  state->log = std::make_unique<BoundedLog>(settings.dataFolder + "/gateway.log", BoundedLog::kDefaultMaxBytes,
+  state->log = std::make_unique<BoundedLog>(settings.logPath(), BoundedLog::kDefaultMaxBytes,
                                             settings.echoLog);
-  state->diagnostics = std::make_unique<BoundedLog>(settings.dataFolder + "/diagnostic.log");
+  state->diagnostics = std::make_unique<BoundedLog>(settings.diagnosticLogPath());
 
-  state->storePath = settings.dataFolder + "/store.db";
+  state->storePath = settings.storePath();
   try {
     MemoryStore store(state->storePath);  // creates and migrates before anyone can connect
     ::chmod(state->storePath.c_str(), 0600);

@@ -9,14 +9,41 @@
 #include <string>
 
 #include "QuillonGateway/GatewayDaemon.hpp"
+#include "QuillonKit/DoorNamespace.hpp"
+#include "QuillonWire/ClientVersion.hpp"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: quillon-gateway [--verbose]\n"
+    "usage: quillon-gateway [--verbose] | --paths | --version | --help\n"
     "Serves the Quillon door for quillon-mcp on this machine, with its store under\n"
     "$XDG_DATA_HOME/quillon (default ~/.local/share/quillon). Runs in the foreground;\n"
-    "SIGTERM or Ctrl-C stops it. --verbose also copies the log to standard error.\n";
+    "SIGTERM or Ctrl-C stops it. --verbose also copies the log to standard error.\n"
+    "--paths prints where this gateway would serve and keep its files, as shell\n"
+    "assignments (for eval), and exits.\n";
+
+// A value a POSIX shell reads back as exactly these bytes.
+std::string shellQuoted(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
+// The scripts that start, stop and demonstrate the gateway ask it where things are, so the rule
+// that places the door lives in one place and a script can never look in another folder.
+void printPaths(const quillon::gateway::DaemonSettings& settings) {
+  const auto socket = quillon::kit::DoorNamespace::servicePath(settings.namespaceFolder, settings.serviceName);
+  const std::pair<const char*, std::string> paths[] = {
+      {"quillon_service", settings.serviceName},
+      {"quillon_door", settings.namespaceFolder},
+      {"quillon_socket", socket.value_or(settings.namespaceFolder + "/" + settings.serviceName)},
+      {"quillon_data", settings.dataFolder},
+      {"quillon_store", settings.storePath()},
+      {"quillon_log", settings.logPath()},
+      {"quillon_diagnostics", settings.diagnosticLogPath()},
+  };
+  for (const auto& [name, value] : paths) std::printf("%s=%s\n", name, shellQuoted(value).c_str());
+}
 
 }  // namespace
 
@@ -27,6 +54,12 @@ int main(int argc, char** argv) {
       verbose = true;
     } else if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
       std::fputs(kUsage, stdout);
+      return 0;
+    } else if (std::strcmp(argv[i], "--version") == 0) {
+      std::printf("quillon-gateway %s\n", quillon::wire::ClientVersion::current().c_str());
+      return 0;
+    } else if (std::strcmp(argv[i], "--paths") == 0) {
+      printPaths(quillon::gateway::DaemonSettings::fromEnvironment(quillon::kit::processEnvironment()));
       return 0;
     } else {
       std::fprintf(stderr, "quillon-gateway: unknown argument '%s'\n%s", argv[i], kUsage);

@@ -19,16 +19,32 @@ std::string octal(mode_t mode) {
   return text;
 }
 
+std::optional<DoorNamespace::FolderFacts> factsOf(const std::string& path) {
+  struct stat info {};
+  if (::lstat(path.c_str(), &info) != 0) return std::nullopt;
+  return DoorNamespace::FolderFacts{.isLink = S_ISLNK(info.st_mode),
+                                    .isFolder = S_ISDIR(info.st_mode),
+                                    .owner = info.st_uid,
+                                    .mode = static_cast<mode_t>(info.st_mode & 07777)};
+}
+
 }  // namespace
 
-std::string DoorNamespace::folder(const Environment& environment, uid_t user) {
+std::string DoorNamespace::folder(const Environment& environment, uid_t user, const std::string& runtimeRoot) {
   const auto runtime = environment("XDG_RUNTIME_DIR");
   if (runtime && !runtime->empty() && runtime->front() == '/') {
     std::string base = *runtime;
     while (base.size() > 1 && base.back() == '/') base.pop_back();
     return (base == "/" ? "" : base) + "/quillon";
   }
+  const std::string userRuntime = runtimeRoot + "/" + std::to_string(user);
+  if (const auto facts = factsOf(userRuntime); facts && isPrivateRuntimeFolder(*facts, user))
+    return userRuntime + "/quillon";
   return "/tmp/quillon-" + std::to_string(user);
+}
+
+bool DoorNamespace::isPrivateRuntimeFolder(const FolderFacts& facts, uid_t user) {
+  return facts.isFolder && !facts.isLink && facts.owner == user && (facts.mode & 077) == 0;
 }
 
 std::string DoorNamespace::folder() { return folder(processEnvironment(), ::geteuid()); }
@@ -43,13 +59,9 @@ std::optional<std::string> DoorNamespace::problem(const std::string& folder, con
 }
 
 std::optional<std::string> DoorNamespace::check(const std::string& folder) {
-  struct stat info {};
-  if (::lstat(folder.c_str(), &info) != 0) return "lstat " + folder + ": " + std::strerror(errno);
-  const FolderFacts facts{.isLink = S_ISLNK(info.st_mode),
-                          .isFolder = S_ISDIR(info.st_mode),
-                          .owner = info.st_uid,
-                          .mode = static_cast<mode_t>(info.st_mode & 07777)};
-  return problem(folder, facts, ::geteuid());
+  const auto facts = factsOf(folder);
+  if (!facts) return "lstat " + folder + ": " + std::strerror(errno);
+  return problem(folder, *facts, ::geteuid());
 }
 
 std::optional<std::string> DoorNamespace::create(const std::string& folder) {

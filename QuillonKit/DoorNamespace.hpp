@@ -1,7 +1,10 @@
 // DoorNamespace: the folder where gateways listen on systems without XPC (docs/door.md).
 //
-// `$XDG_RUNTIME_DIR/quillon` when XDG_RUNTIME_DIR is an absolute path, else `/tmp/quillon-<uid>`;
-// each service is the Unix socket `<folder>/<service name>`. Anyone who can put a socket there can
+// `$XDG_RUNTIME_DIR/quillon` when XDG_RUNTIME_DIR is an absolute path; without one (agents that
+// start the bridge with a cleaned environment drop it), `/run/user/<uid>/quillon` when the login
+// manager made that user runtime folder, else `/tmp/quillon-<uid>`. Every process of the user, a
+// gateway started from a login shell and a bridge started by any agent, so meets at one folder.
+// Each service is the Unix socket `<folder>/<service name>`. Anyone who can put a socket there can
 // feed the agent text, so the folder must be a real folder (not a link), owned by this user and
 // writable by no one else; a client never dials through one that is not, and a gateway creates it
 // with mode 0700. Stateless; thread-safe.
@@ -25,9 +28,18 @@ struct DoorNamespace {
     mode_t mode = 0;  // permission bits
   };
 
-  static std::string folder(const Environment& environment, uid_t user);
+  // Where login managers make each user's runtime folder, `<root>/<uid>`.
+  static constexpr const char* userRuntimeRoot = "/run/user";
+
+  // `runtimeRoot` is read only when the environment names no absolute XDG_RUNTIME_DIR.
+  static std::string folder(const Environment& environment, uid_t user, const std::string& runtimeRoot = userRuntimeRoot);
   // For this process: its environment and effective user.
   static std::string folder();
+
+  // Whether a user runtime folder is one the login manager made for `user`: a real folder (not a
+  // link) of that user with no group or other permission bits. Anything else may be a trap laid
+  // by another user, so the door never moves into it.
+  static bool isPrivateRuntimeFolder(const FolderFacts& facts, uid_t user);
 
   // Why the folder may not hold the door, or nothing when it may.
   static std::optional<std::string> problem(const std::string& folder, const FolderFacts& facts, uid_t user);

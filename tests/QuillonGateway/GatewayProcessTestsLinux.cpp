@@ -21,6 +21,7 @@
 #include "ChildProcess.hpp"
 #include "DoorTestSupport.hpp"
 #include "QuillonGateway/MemoryStore.hpp"
+#include "QuillonKit/DoorNamespace.hpp"
 
 namespace quillon::test {
 namespace {
@@ -329,6 +330,71 @@ TEST_F(GatewayProcess, KillNineDuringWritesLosesNoAnsweredWrite) {
   EXPECT_EQ(call("memory_add", {{"text", "after"}, {"why", "w"}}).substr(0, 8), "Saved m:");
   bridge.reset();
   stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, ABridgeWhoseAgentCleanedTheEnvironmentFindsAGatewayOfTheLoginSession) {
+  // The login manager's runtime folder for this user; made here when the machine has none.
+  const std::string userRuntime = std::string(kit::DoorNamespace::userRuntimeRoot) + "/" + std::to_string(::geteuid());
+  bool made = false;
+  if (!exists(userRuntime)) {
+    std::error_code ignored;
+    std::filesystem::create_directories(kit::DoorNamespace::userRuntimeRoot, ignored);
+    made = ::mkdir(userRuntime.c_str(), 0700) == 0;
+    if (!made) GTEST_SKIP() << "cannot make " << userRuntime;
+  }
+  struct Tidy {
+    std::string folder, socket;
+    bool made;
+    ~Tidy() {
+      std::error_code ignored;
+      if (made) std::filesystem::remove_all(folder, ignored);
+    }
+  } tidy{userRuntime, userRuntime + "/quillon/" + service, made};
+  struct stat info {};
+  ASSERT_EQ(::lstat(userRuntime.c_str(), &info), 0);
+  if (!kit::DoorNamespace::isPrivateRuntimeFolder({.isLink = S_ISLNK(info.st_mode), .isFolder = S_ISDIR(info.st_mode),
+                                                   .owner = info.st_uid, .mode = static_cast<mode_t>(info.st_mode & 07777)},
+                                                  ::geteuid()))
+    GTEST_SKIP() << userRuntime << " is not a private folder of this user";
+
+  // The gateway as a login shell starts it: XDG_RUNTIME_DIR names the runtime folder.
+  auto gatewayEnvironment = environment();
+  gatewayEnvironment["XDG_RUNTIME_DIR"] = userRuntime;
+  ChildProcess gateway(QUILLON_GATEWAY_PATH, gatewayEnvironment);
+  bool serving = false;
+  for (int i = 0; i < 500 && !(serving = DoorSocket(tidy.socket).connected()); ++i) std::this_thread::sleep_for(10ms);
+  ASSERT_TRUE(serving) << gateway.readAllErrors();
+
+  // The bridge as Codex, the Inspector or the SDK start it: HOME and PATH, no XDG_RUNTIME_DIR.
+  ChildProcess cleaned(QUILLON_MCP_PATH,
+                       {{"HOME", temp.path()}, {"PATH", "/usr/bin:/bin"}, {"QUILLON_MCP_GATEWAY_FOR_TESTS", service}},
+                       ChildProcess::Inherit::nothing);
+  EXPECT_EQ(call(cleaned, "memory_add", {{"text", "found the gateway"}, {"why", "w"}}), "Saved m:1 (note) under /.");
+  cleaned.closeInput();
+  stop(gateway, tidy.socket);
+}
+
+TEST_F(GatewayProcess, SaysItsVersionAndWhereItServesAndKeepsItsFiles) {
+  ChildProcess version(QUILLON_GATEWAY_PATH, {}, ChildProcess::Inherit::everything, {"--version"});
+  const std::string said = version.readLine();
+  EXPECT_TRUE(said.starts_with("quillon-gateway ") && said.size() > 16 && said != "quillon-gateway 0") << said;
+  EXPECT_EQ(version.readAllErrors(), "");
+  EXPECT_EQ(version.wait(), 0);
+
+  auto variables = environment();
+  variables["XDG_DATA_HOME"] = temp.path() + "/it's data";
+  ChildProcess paths(QUILLON_GATEWAY_PATH, variables, ChildProcess::Inherit::everything, {"--paths"});
+  const std::string data = "'" + temp.path() + "/it'\\''s data/quillon";
+  EXPECT_EQ(paths.readRemainingOutput(),
+            "quillon_service='" + service + "'\n"
+            "quillon_door='" + runtime + "/quillon'\n"
+            "quillon_socket='" + socket + "'\n"
+            "quillon_data=" + data + "'\n"
+            "quillon_store=" + data + "/store.db'\n"
+            "quillon_log=" + data + "/gateway.log'\n"
+            "quillon_diagnostics=" + data + "/diagnostic.log'\n");
+  EXPECT_EQ(paths.wait(), 0);
+  EXPECT_FALSE(exists(temp.path() + "/it's data"));  // asking creates nothing
 }
 
 }  // namespace

@@ -15,12 +15,45 @@ namespace {
 
 using test::TempFolder;
 
-TEST(DoorNamespace, FolderIsUnderAnAbsoluteRuntimeDirElseInTmp) {
-  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({{"XDG_RUNTIME_DIR", "/run/user/1000"}}), 1000), "/run/user/1000/quillon");
-  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({{"XDG_RUNTIME_DIR", "/run/user/1000/"}}), 1000), "/run/user/1000/quillon");
-  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({{"XDG_RUNTIME_DIR", "run/user"}}), 1000), "/tmp/quillon-1000");
-  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({{"XDG_RUNTIME_DIR", ""}}), 42), "/tmp/quillon-42");
-  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({}), 0), "/tmp/quillon-0");
+TEST(DoorNamespace, FolderIsUnderAnAbsoluteRuntimeDirElseTheUserRuntimeFolderElseInTmp) {
+  TempFolder roots;  // stands in for /run/user
+  const std::string none = roots.path() + "/none";
+  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({{"XDG_RUNTIME_DIR", "/run/user/1000"}}), 1000, none), "/run/user/1000/quillon");
+  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({{"XDG_RUNTIME_DIR", "/run/user/1000/"}}), 1000, none), "/run/user/1000/quillon");
+  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({{"XDG_RUNTIME_DIR", "run/user"}}), 1000, none), "/tmp/quillon-1000");
+  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({{"XDG_RUNTIME_DIR", ""}}), 42, none), "/tmp/quillon-42");
+  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({}), 0, none), "/tmp/quillon-0");
+
+  // Without XDG_RUNTIME_DIR, the folder the login manager made for the user: what a gateway
+  // started from a login shell uses, found by a bridge whose agent cleaned the environment.
+  const uid_t me = ::geteuid();
+  const std::string mine = roots.path() + "/" + std::to_string(me);
+  ASSERT_EQ(::mkdir(mine.c_str(), 0700), 0);
+  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({{"HOME", "/root"}}), me, roots.path()), mine + "/quillon");
+  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({{"XDG_RUNTIME_DIR", "/elsewhere"}}), me, roots.path()), "/elsewhere/quillon");
+
+  // One that others may enter or list, a link, or another user's may be a trap: not used.
+  const std::string tmp = "/tmp/quillon-" + std::to_string(me);
+  ASSERT_EQ(::chmod(mine.c_str(), 0755), 0);
+  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({}), me, roots.path()), tmp);
+  ASSERT_EQ(::chmod(mine.c_str(), 0710), 0);
+  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({}), me, roots.path()), tmp);
+  ASSERT_EQ(::chmod(mine.c_str(), 0700), 0);
+  if (::geteuid() == 0) {
+    ASSERT_EQ(::chown(mine.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({}), me, roots.path()), tmp);
+    ASSERT_EQ(::chown(mine.c_str(), me, 0), 0);
+  }
+  const std::string real = roots.path() + "/real";
+  ASSERT_EQ(::rename(mine.c_str(), real.c_str()), 0);
+  std::filesystem::create_directory_symlink(real, mine);
+  EXPECT_EQ(DoorNamespace::folder(fixedEnvironment({}), me, roots.path()), tmp);
+
+  EXPECT_TRUE(DoorNamespace::isPrivateRuntimeFolder({.isFolder = true, .owner = 1000, .mode = 0700}, 1000));
+  EXPECT_FALSE(DoorNamespace::isPrivateRuntimeFolder({.isFolder = true, .owner = 1001, .mode = 0700}, 1000));
+  EXPECT_FALSE(DoorNamespace::isPrivateRuntimeFolder({.isFolder = true, .owner = 1000, .mode = 0701}, 1000));
+  EXPECT_FALSE(DoorNamespace::isPrivateRuntimeFolder({.isLink = true, .owner = 1000, .mode = 0700}, 1000));
+  EXPECT_FALSE(DoorNamespace::isPrivateRuntimeFolder({.isFolder = false, .owner = 1000, .mode = 0700}, 1000));
 }
 
 TEST(DoorNamespace, OnlyAPrivateFolderOfThisUserMayHoldTheDoor) {

@@ -9,7 +9,8 @@
 
 namespace quillon::test {
 
-ChildProcess::ChildProcess(const std::string& path, const std::map<std::string, std::string>& extraEnvironment) {
+ChildProcess::ChildProcess(const std::string& path, const std::map<std::string, std::string>& extraEnvironment,
+                           Inherit inherit, const std::vector<std::string>& arguments) {
   ::signal(SIGPIPE, SIG_IGN);
   int in[2], out[2], err[2];
   // Close-on-exec, so that no other child started meanwhile holds this one's pipes open.
@@ -22,7 +23,7 @@ ChildProcess::ChildProcess(const std::string& path, const std::map<std::string, 
   for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]}) posix_spawn_file_actions_addclose(&actions, fd);
 
   std::vector<std::string> env;
-  for (char** e = environ; *e; ++e) {
+  for (char** e = environ; inherit == Inherit::everything && *e; ++e) {
     const std::string entry = *e;
     const std::string name = entry.substr(0, entry.find('='));
     if (!extraEnvironment.count(name)) env.push_back(entry);
@@ -31,9 +32,13 @@ ChildProcess::ChildProcess(const std::string& path, const std::map<std::string, 
   std::vector<char*> envp;
   for (auto& entry : env) envp.push_back(entry.data());
   envp.push_back(nullptr);
-  std::string program = path;
-  char* argv[] = {program.data(), nullptr};
-  if (posix_spawn(&pid_, path.c_str(), &actions, nullptr, argv, envp.data()) != 0) throw std::runtime_error("spawn " + path);
+  std::vector<std::string> words{path};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argv;
+  for (auto& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  if (posix_spawn(&pid_, path.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0)
+    throw std::runtime_error("spawn " + path);
   posix_spawn_file_actions_destroy(&actions);
   ::close(in[0]);
   ::close(out[1]);

@@ -16,8 +16,13 @@ namespace quillon::test {
 
 class ChildProcess {
  public:
-  // Starts `path` with the current environment plus `extraEnvironment`.
-  explicit ChildProcess(const std::string& path, const std::map<std::string, std::string>& extraEnvironment = {});
+  // Whether the child starts from this process's environment, or from `extraEnvironment` alone
+  // (as agents that clean the environment start the bridge).
+  enum class Inherit { everything, nothing };
+
+  // Starts `path` with `arguments`, and the current environment plus `extraEnvironment`.
+  explicit ChildProcess(const std::string& path, const std::map<std::string, std::string>& extraEnvironment = {},
+                        Inherit inherit = Inherit::everything, const std::vector<std::string>& arguments = {});
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
