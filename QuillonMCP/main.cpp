@@ -3,7 +3,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -31,9 +33,43 @@ std::optional<std::string> environment(const char* name) {
   return std::string(value);
 }
 
+constexpr const char* kUsage =
+    "quillon-mcp: the Quillon MCP server. AI coding agents (Claude Code, Codex, Cursor, opencode)\n"
+    "start it over standard input and output; it offers their model the person's Quillon memory\n"
+    "through the gateway daemon. Run by hand, it waits for JSON-RPC messages, one per line.\n"
+    "\n"
+    "usage: quillon-mcp            serve MCP on standard input and output (other arguments are ignored)\n"
+    "       quillon-mcp --version  print the version\n"
+    "       quillon-mcp --help     print this text\n"
+    "\n"
+    "It reads these variables:\n"
+    "  CLAUDE_CODE_SESSION_ID          the agent's session, sent with every request\n"
+    "  XDG_RUNTIME_DIR                 where the gateway's socket is (else /run/user/<uid>, else /tmp)\n"
+    "  QUILLON_MCP_GATEWAY_FOR_TESTS   a test gateway's name (example.fernhollow.quillon.test.*)\n"
+    "  TMPDIR                          where screen frames are written as PNG files\n"
+    "\n"
+    "How to register it with an agent and run the gateway: README.md in the Quillon sources.\n";
+
+// The two questions a person asks a program by hand. Agents pass arguments of their own, which
+// change nothing.
+bool answeredArguments(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--version") == 0) {
+      std::printf("quillon-mcp %s\n", wire::ClientVersion::current().c_str());
+      return true;
+    }
+    if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
+      std::fputs(kUsage, stdout);
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  if (answeredArguments(argc, argv)) return 0;
   // An agent that closes its end of our output is gone; the write fails and the loop ends
   // quietly with status 0 instead of the process dying of SIGPIPE.
   ::signal(SIGPIPE, SIG_IGN);
