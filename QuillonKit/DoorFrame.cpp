@@ -18,7 +18,7 @@ constexpr std::size_t kMaxNesting = wire::kMaxNesting + 1;
 
 bool isOneJSONValueOnOneLine(const std::string& text) {
   if (std::memchr(text.data(), '\n', text.size()) != nullptr) return false;
-  if (wire::nestsDeeperThan(text, kMaxNesting)) return false;
+  if (wire::holdsNulByte(text) || wire::nestsDeeperThan(text, kMaxNesting)) return false;
   return json::accept(text);
 }
 
@@ -72,7 +72,8 @@ std::optional<std::string> DoorFrame::encode(const DoorLine& line) {
 }
 
 std::optional<DoorLine> DoorFrame::decode(std::string_view text) {
-  if (text.size() > kMaxLineBytes || wire::nestsDeeperThan(text, kMaxNesting)) return std::nullopt;
+  if (text.size() > kMaxLineBytes || wire::holdsNulByte(text) || wire::nestsDeeperThan(text, kMaxNesting))
+    return std::nullopt;
   const json value = json::parse(text, nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded() || !value.is_object()) return std::nullopt;
   DoorLine line;

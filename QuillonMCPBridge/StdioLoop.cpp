@@ -83,7 +83,7 @@ std::string repairedUTF8(std::string_view bytes) {
 std::optional<json> parseFrame(std::string_view line) {
   // Real messages nest a few levels; a parser would happily build a 100,000-deep value that later
   // recursion (serialising an echoed id, freeing it) could not survive.
-  if (wire::nestsDeeperThan(line, StdioLoop::kMaxDepth)) return std::nullopt;
+  if (wire::holdsNulByte(line) || wire::nestsDeeperThan(line, StdioLoop::kMaxDepth)) return std::nullopt;
   json value = json::parse(line, nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded() || !value.is_object()) return std::nullopt;
   return value;

@@ -1,5 +1,7 @@
 #include "QuillonWire/JSONNesting.hpp"
 
+#include <cstring>
+
 namespace quillon::wire {
 
 bool nestsDeeperThan(std::string_view text, std::size_t limit) {
@@ -22,5 +24,7 @@ bool nestsDeeperThan(std::string_view text, std::size_t limit) {
   }
   return false;
 }
+
+bool holdsNulByte(std::string_view text) { return std::memchr(text.data(), '\0', text.size()) != nullptr; }
 
 }  // namespace quillon::wire

@@ -12,4 +12,10 @@ namespace quillon::wire {
 // strings do not count). Linear, no allocation; the text need not be valid JSON.
 bool nestsDeeperThan(std::string_view text, std::size_t limit);
 
+// True when the text holds a raw NUL byte. No JSON text can (control characters are escaped in
+// strings and are not white space outside them), but the parser takes a NUL for the end of its
+// input and would read `{"id":1}` followed by NUL and junk as the object alone; every reader of
+// JSON from outside checks this first.
+bool holdsNulByte(std::string_view text);
+
 }  // namespace quillon::wire

@@ -169,6 +169,7 @@ std::string withoutExceptionTag(const char* what) {
 WireResult<json> parse(std::string_view text) {
   if (nestsDeeperThan(text, kMaxNesting))
     return WireError{"", "not accepted: nested deeper than " + std::to_string(kMaxNesting) + " levels"};
+  if (holdsNulByte(text)) return WireError{"", "not valid JSON: a raw NUL byte"};
   try {
     return json::parse(text.begin(), text.end());
   } catch (const json::exception& e) {

@@ -55,11 +55,35 @@ TEST(BridgeProcess, AnswersEachRequestBeforeTheNextIsSent) {
   expectCleanExit(bridge);
 }
 
+TEST(BridgeProcess, AnswersVersionAndHelpAndIgnoresAnAgentsOwnArguments) {
+  ChildProcess version(QUILLON_MCP_PATH, {}, ChildProcess::Inherit::everything, {"--version"});
+  const std::string said = version.readLine();
+  EXPECT_TRUE(said.starts_with("quillon-mcp ") && said != "quillon-mcp 0") << said;
+  EXPECT_EQ(version.readRemainingOutput(), "");
+  expectCleanExit(version);
+
+  // Asked by hand, it explains itself instead of waiting for JSON-RPC.
+  ChildProcess help(QUILLON_MCP_PATH, {}, ChildProcess::Inherit::everything, {"--help"});
+  const std::string usage = help.readRemainingOutput();
+  EXPECT_TRUE(usage.starts_with("quillon-mcp: the Quillon MCP server.")) << usage;
+  for (const char* named : {"XDG_RUNTIME_DIR", "CLAUDE_CODE_SESSION_ID", "README.md"})
+    EXPECT_NE(usage.find(named), std::string::npos) << named;
+  expectCleanExit(help);
+
+  ChildProcess served(QUILLON_MCP_PATH, {}, ChildProcess::Inherit::everything, {"--stdio", "serve"});
+  served.write(R"({"jsonrpc":"2.0","id":1,"method":"ping"})" "\n");
+  EXPECT_EQ(served.readLine(), R"({"id":1,"jsonrpc":"2.0","result":{}})");
+  served.closeInput();
+  expectCleanExit(served);
+}
+
 TEST(BridgeProcess, HostileLinesAreDroppedAndTheSessionGoesOn) {
   ChildProcess bridge(QUILLON_MCP_PATH);
   bridge.write("{\"id\":" + std::string(100000, '[') + std::string(100000, ']') + ",\"method\":\"ping\"}\n");
   bridge.write(std::string(1, '\xFF') + "\x00\x01{\n");
   bridge.write("[" R"({"id":1,"method":"ping"})" "]\n");
+  // A ping followed by a NUL and junk is not a ping.
+  bridge.write(std::string(R"({"id":0,"method":"ping"})" "\0junk\n", 30));
   bridge.write(R"({"id":"\u00e9","method":"ping"})" "\n");
   EXPECT_EQ(json::parse(bridge.readLine())["id"], "\xC3\xA9");
   bridge.closeInput();

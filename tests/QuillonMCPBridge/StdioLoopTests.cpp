@@ -36,6 +36,9 @@ TEST(Frames, OnlyJsonObjectsWithinTheDepthLimitAreMessages) {
   EXPECT_FALSE(parseFrame("{"));
   EXPECT_FALSE(parseFrame("  "));
   EXPECT_FALSE(parseFrame(R"({"a":1} trailing)"));
+  // A raw NUL ends nothing: the whole line must be the object.
+  EXPECT_FALSE(parseFrame(std::string(R"({"id":1,"method":"ping"})" "\0junk", 29)));
+  EXPECT_FALSE(parseFrame(std::string(R"({"id":1,"method":"ping"})" "\0", 25)));
 
   const std::string deep = "{\"id\":" + std::string(100000, '[') + std::string(100000, ']') + "}";
   EXPECT_FALSE(parseFrame(deep));
@@ -102,14 +105,17 @@ TEST(StdioLoop, AnswersInOrderAndDropsWhatIsNotAMessage) {
       "{\"method\":\"notifications/initialized\"}\n"
       "\"hello\"\n"
       "{\"id\":3,\"method\":\"ping\"}\r\n"
+      + std::string("{\"id\":9,\"method\":\"ping\"}\0junk\n", 30) +
       "{\"id\":4,\"method\":\"ping\"}");  // the last line needs no line feed
   const auto replies = lines(run.output);
   ASSERT_EQ(replies.size(), 3u);
   EXPECT_EQ(replies[0]["id"], 1);
   EXPECT_EQ(replies[1]["id"], 3);
   EXPECT_EQ(replies[2]["id"], 4);
-  // The empty line is skipped silently; the blank line, the batch and the bare string are noted.
-  EXPECT_EQ(run.notes, (std::vector<std::string>{unparseableNote(3), unparseableNote(26), unparseableNote(7)}));
+  // The empty line is skipped silently; the blank line, the batch, the bare string and the ping
+  // with a NUL and junk after it are noted, with every byte counted.
+  EXPECT_EQ(run.notes, (std::vector<std::string>{unparseableNote(3), unparseableNote(26), unparseableNote(7),
+                                                 unparseableNote(29)}));
 }
 
 TEST(StdioLoop, InvalidUtf8IsRepairedBeforeParsing) {
