@@ -77,17 +77,6 @@ std::string when(const Memory& memory) {
   return text;
 }
 
-// A filter value as cards print it: whole numbers without a fraction.
-std::string filterValueText(const wire::FilterValue& value) {
-  if (const auto* string = value.asString()) return *string;
-  if (const auto* flag = value.asBool()) return *flag ? "true" : "false";
-  const double number = *value.asNumber();
-  if (std::trunc(number) == number && std::fabs(number) < 1e15) return std::to_string(static_cast<std::int64_t>(number));
-  char buffer[32];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, number);
-  return std::string(buffer, result.ptr);
-}
-
 std::string filterList(const std::vector<wire::FilterPair>& filters) {
   if (filters.empty()) return "none";
   std::string list;
@@ -95,7 +84,7 @@ std::string filterList(const std::vector<wire::FilterPair>& filters) {
     if (!list.empty()) list += " · ";
     list += pair.key;
     const bool* flag = pair.value.asBool();
-    if (flag == nullptr || !*flag) list += "=" + filterValueText(pair.value);
+    if (flag == nullptr || !*flag) list += "=" + wire::renderFilterValue(pair.value);
   }
   return list;
 }

@@ -29,7 +29,7 @@ void appendFilterList(std::string& out, const std::vector<wire::FilterPair>& fil
     // A true flag reads as its bare key ("pinned"); every other value as key=value.
     if (const bool* flag = pair.value.asBool(); flag != nullptr && *flag) continue;
     out += '=';
-    out += defangEnvelope(renderFilterValue(pair.value));
+    out += defangEnvelope(wire::renderFilterValue(pair.value));
   }
 }
 

@@ -1,8 +1,5 @@
 #include "QuillonMCPBridge/MemoryFilters.hpp"
 
-#include <charconv>
-#include <cmath>
-#include <cstdint>
 
 namespace quillon::bridge {
 
@@ -34,17 +31,6 @@ std::optional<Refusal> readFilters(const ToolCall& call, std::string_view key, s
   if (auto* refusal = std::get_if<Refusal>(&parsed)) return std::move(*refusal);
   out = std::move(std::get<wire::Filters>(parsed));
   return std::nullopt;
-}
-
-std::string renderFilterValue(const wire::FilterValue& value) {
-  if (const auto* text = value.asString()) return *text;
-  if (const auto* flag = value.asBool()) return *flag ? "true" : "false";
-  const double number = *value.asNumber();
-  if (std::trunc(number) == number && std::fabs(number) < 1e15)
-    return std::to_string(static_cast<std::int64_t>(number));
-  char buffer[32];
-  const auto written = std::to_chars(buffer, buffer + sizeof buffer, number, std::chars_format::general);
-  return std::string(buffer, written.ptr);
 }
 
 }  // namespace quillon::bridge

@@ -26,9 +26,4 @@ std::variant<wire::Filters, Refusal> parseFilters(const nlohmann::json& value);
 // returns nothing, or returns the refusal.
 std::optional<Refusal> readFilters(const ToolCall& call, std::string_view key, std::optional<wire::Filters>& out);
 
-// A string as it is; a bool as "true" or "false"; a whole number below 1e15 in magnitude as its
-// integer digits (3, not 3.0); any other number in the shortest form that reads back as the same
-// double (0.5, 1e+20).
-std::string renderFilterValue(const wire::FilterValue& value);
-
 }  // namespace quillon::bridge

@@ -37,6 +37,12 @@ class FilterValue {
   Value value_;
 };
 
+// A filter value as the model reads it, on cards and in the gateway's echo lines alike: a string
+// as it is; a bool as "true" or "false"; a whole number below 1e15 in magnitude as its integer
+// digits (3, not 3.0); any other number in the shortest plain or exponent form that reads back as
+// the same double (1234567.5, 0.1, 1e+15).
+std::string renderFilterValue(const FilterValue& value);
+
 // The filters of one memory as sent with a write: key to value, keys unique.
 using Filters = Dict<FilterValue>;
 

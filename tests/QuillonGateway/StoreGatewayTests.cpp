@@ -150,9 +150,9 @@ TEST_F(StoreGatewayTest, PatchMustMatchExactlyOnceUnlessReplaceAll) {
 
 TEST_F(StoreGatewayTest, EditFiltersSetsAndUnsetsNamedKeysOnly) {
   write("t", {{"filters", {{"status", "queued"}, {"parent", "m:201"}, {"urgent", true}}}});
-  EXPECT_EQ(notes("editFilters", {{"id", "m:1"}, {"set", {{"status", "shipped"}}}, {"unset", {"urgent", "absent"}}}),
-            updated("m:1", {"filters: parent=m:201 · status=shipped"}));
-  EXPECT_EQ(notes("editFilters", {{"id", "m:1"}, {"unset", {"parent", "status"}}}), updated("m:1", {"filters: none"}));
+  EXPECT_EQ(notes("editFilters", {{"id", "m:1"}, {"set", {{"status", "shipped"}, {"budget", 1234567.5}}}, {"unset", {"urgent", "absent"}}}),
+            updated("m:1", {"filters: budget=1234567.5 · parent=m:201 · status=shipped"}));
+  EXPECT_EQ(notes("editFilters", {{"id", "m:1"}, {"unset", {"budget", "parent", "status"}}}), updated("m:1", {"filters: none"}));
   EXPECT_EQ(notes("editFilters", {{"id", "m:1"}}),
             failure("Nothing to change in m:1's filters — pass 'set' (keys to add or change) or 'unset' (keys to "
                     "remove)."));

@@ -186,15 +186,4 @@ TEST(ScopeAndNameTools, SelfNamesReadsWithoutNamesAndReplacesWithThem) {
   }
 }
 
-TEST(RenderFilterValue, WholeNumbersWithoutFractionOthersShortestRoundTrip) {
-  using bridge::renderFilterValue;
-  using wire::FilterValue;
-  EXPECT_EQ(renderFilterValue(FilterValue::number(-42.0)), "-42");
-  EXPECT_EQ(renderFilterValue(FilterValue::number(-0.0)), "0");
-  EXPECT_EQ(renderFilterValue(FilterValue::number(999999999999999.0)), "999999999999999");
-  EXPECT_EQ(renderFilterValue(FilterValue::number(1e15)), "1e+15");
-  EXPECT_EQ(renderFilterValue(FilterValue::number(0.1)), "0.1");
-  EXPECT_EQ(renderFilterValue(FilterValue::number(2.0 / 3.0)), "0.6666666666666666");
-}
-
 }  // namespace
