@@ -168,16 +168,34 @@ struct XPCClient::EventRoute {
   }
 };
 
+// Calls onWireMismatch the first time a gateway of another wire version is met, and never again.
+struct XPCClient::SkewNotice {
+  explicit SkewNotice(std::function<void()> callback) : onWireMismatch(std::move(callback)) {}
+
+  void announce() {
+    {
+      std::lock_guard guard(lock);
+      if (announced) return;
+      announced = true;
+    }
+    if (onWireMismatch) onWireMismatch();
+  }
+
+  const std::function<void()> onWireMismatch;
+  std::mutex lock;
+  bool announced = false;  // guarded by lock
+};
+
 XPCClient::XPCClient(std::string machServiceName, MakeConnection makeConnection, std::function<void()> onWireMismatch,
                      std::function<bool()> serviceRegistered,
                      std::function<std::optional<ClientLineage>()> clientLineage, DoorRedial redial)
     : machServiceName_(std::move(machServiceName)),
       makeConnection_(std::move(makeConnection)),
-      onWireMismatch_(std::move(onWireMismatch)),
       serviceRegistered_(std::move(serviceRegistered)),
       clientLineage_(std::move(clientLineage)),
       redial_(redial),
-      route_(std::make_shared<EventRoute>()) {
+      route_(std::make_shared<EventRoute>()),
+      skew_(std::make_shared<SkewNotice>(std::move(onWireMismatch))) {
   connection_ = dial(EventRoute::handler(route_, std::nullopt));
 }
 
@@ -208,12 +226,10 @@ wire::TimedResponse XPCClient::sendTimed(const wire::GatewayRequest& request) {
 
   if (std::holds_alternative<TransportFailed>(attempt)) {
     const auto [fresh, redialled] = redialAfter(first);
-    // The budget bounds the knock's wait and the second attempt together, so a gateway that
-    // never answers costs the pause and the budget, and no more.
-    const bool knocking = redialled && history_.connected();
-    const auto deadline = Clock::now() + (knocking ? redial_.pause : std::chrono::milliseconds(0)) + redial_.budget;
-    if (knocking) knock(*fresh, deadline);
-    attempt = roundTrip(*fresh, payload, deadline);
+    // The knock never waits for its own reply: a gateway that leaves it unanswered still gets the
+    // whole budget to answer the request itself, and one of another version is caught by either.
+    if (redialled && history_.connected()) knock(*fresh);
+    attempt = roundTrip(*fresh, payload, Clock::now() + redial_.budget);
   }
 
   if (auto* answered = std::get_if<Answered>(&attempt)) {
@@ -223,7 +239,7 @@ wire::TimedResponse XPCClient::sendTimed(const wire::GatewayRequest& request) {
       setFault(std::nullopt);
       return {std::move(answered->response), answered->daemon};
     }
-    announceSkew();
+    skew_->announce();
     setFault(DoorFault::skew);
     return {failure(wire::WireContract::mismatchMessage), std::nullopt};
   }
@@ -289,7 +305,7 @@ std::pair<std::shared_ptr<DoorConnection>, bool> XPCClient::redialAfter(const st
   return {current, retired != nullptr};
 }
 
-void XPCClient::knock(DoorConnection& connection, Clock::time_point deadline) {
+void XPCClient::knock(DoorConnection& connection) {
   {
     std::lock_guard guard(lock_);
     ++knocks_;
@@ -297,21 +313,11 @@ void XPCClient::knock(DoorConnection& connection, Clock::time_point deadline) {
   std::this_thread::sleep_for(redial_.pause);
   DoorMessage probe;
   probe.wire = kWireVersion;
-  // Unanswered by the deadline, the knock has told us nothing; the second attempt then meets the
-  // same deadline and reports the silence.
-  const Outcome outcome = exchange(connection, std::move(probe), deadline);
-  if (const auto* reply = std::get_if<Reply>(&outcome); reply && reply->wire && *reply->wire != kWireVersion)
-    announceSkew();
-}
-
-void XPCClient::announceSkew() {
-  bool first = false;
-  {
-    std::lock_guard guard(lock_);
-    first = !skewAnnounced_;
-    skewAnnounced_ = true;
-  }
-  if (first && onWireMismatch_) onWireMismatch_();
+  connection.sendWithReply(std::move(probe), [skew = skew_](DoorReply reply) {
+    // An error or a reply without a version tells nothing.
+    if (const auto* message = std::get_if<DoorMessage>(&reply); message && message->wire && *message->wire != kWireVersion)
+      skew->announce();
+  });
 }
 
 void XPCClient::setFault(std::optional<DoorFault> fault) {

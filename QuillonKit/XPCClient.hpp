@@ -64,6 +64,7 @@ class XPCClient final : public wire::Client {
 
  private:
   struct EventRoute;
+  struct SkewNotice;
 
   // Whether a gateway has ever answered this client; never goes back to false.
   class DoorHistory {
@@ -79,27 +80,26 @@ class XPCClient final : public wire::Client {
   std::shared_ptr<DoorConnection> currentConnection();
   // The connection to retry on after `failed` broke, and whether this caller made it.
   std::pair<std::shared_ptr<DoorConnection>, bool> redialAfter(const std::shared_ptr<DoorConnection>& failed);
-  void knock(DoorConnection& connection, std::chrono::steady_clock::time_point deadline);
-  // Calls onWireMismatch the first time only.
-  void announceSkew();
+  // Sends the wire-version probe and returns without waiting for its reply.
+  void knock(DoorConnection& connection);
   void setFault(std::optional<DoorFault> fault);
   void ensureSubscribed();
 
   const std::string machServiceName_;
   const MakeConnection makeConnection_;
-  const std::function<void()> onWireMismatch_;
   const std::function<bool()> serviceRegistered_;
   const std::function<std::optional<ClientLineage>()> clientLineage_;
   const DoorRedial redial_;
   // Shared with the subscription's handlers, which may outlive the client by a moment.
   const std::shared_ptr<EventRoute> route_;
+  // Shared with the knocks' reply handlers, which may run after the call that knocked has ended.
+  const std::shared_ptr<SkewNotice> skew_;
   DoorHistory history_;
 
   mutable std::mutex lock_;
   std::shared_ptr<DoorConnection> connection_;     // guarded by lock_
   std::shared_ptr<DoorConnection> subConnection_;  // guarded by lock_
   std::optional<DoorFault> fault_;                 // guarded by lock_
-  bool skewAnnounced_ = false;                     // guarded by lock_
   int knocks_ = 0;                                 // guarded by lock_
 };
 

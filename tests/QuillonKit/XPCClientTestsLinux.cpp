@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <future>
+#include <set>
 #include <limits>
 #include <thread>
 
@@ -315,6 +316,28 @@ TEST_F(DoorOverSocket, AGatewayBackAsAnotherVersionIsCaughtByTheKnock) {
   ASSERT_TRUE(gateway.start());
   EXPECT_EQ(client->send(logRequest("after")), failure(kSilent));
   EXPECT_EQ(mismatches, 1);
+}
+
+TEST_F(DoorOverSocket, AnUnansweredKnockLeavesTheRetryItsWholeBudget) {
+  ASSERT_TRUE(gateway.start());
+  // Each request is met first by a closed connection, then answered on the redial, a little
+  // later each time; knocks are never answered.
+  auto seen = std::make_shared<std::pair<std::mutex, std::set<std::string>>>();
+  gateway.setScript([seen](const Received& message) -> Action {
+    if (message.isKnock()) return test::Silence{};
+    const std::string key = message.message.payload.value_or("");
+    {
+      std::lock_guard guard(seen->first);
+      if (seen->second.insert(key).second) return test::CloseConnection{};
+    }
+    Reply reply = test::answer(ok());
+    reply.delay = std::chrono::milliseconds(std::hash<std::string>{}(key) % 5 * 40);
+    return reply;
+  });
+  auto client = makeClient();
+  EXPECT_EQ(client->send(logRequest("warm")), ok());  // answered once: every later redial knocks
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(client->send(logRequest("call " + std::to_string(i))), ok()) << i;
+  EXPECT_EQ(client->knocks(), 20);
 }
 
 TEST_F(DoorOverSocket, ConcurrentSendersThatMeetOneBrokenConnectionRedialOnce) {
