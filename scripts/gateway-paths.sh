@@ -1,51 +1,33 @@
-# Sourced by start-gateway.sh and stop-gateway.sh: where the gateway started from this environment
-# serves and keeps its files. These follow the same rules the bridge and the gateway apply, so the
-# scripts find the gateway a bridge started in the same shell would reach.
+# shellcheck shell=bash
+# Sourced by the scripts that start, stop and check the gateway. The built gateway says where it
+# serves and keeps its files (`quillon-gateway --paths`), so the scripts look in the very folder
+# the gateway and a bridge started from the same environment use; the rule lives in QuillonKit.
 
-quillon_trim() {
-  local value="$1"
-  value="${value#"${value%%[![:space:]]*}"}"
-  printf '%s' "${value%"${value##*[![:space:]]}"}"
-}
-
-quillon_strip_slashes() {
-  local path="$1"
-  while [ "${#path}" -gt 1 ] && [ "${path%/}" != "$path" ]; do path="${path%/}"; done
-  [ "$path" = / ] && path=""
-  printf '%s' "$path"
-}
-
-# The service: a test name only when it names one, as the bridge resolves it.
-quillon_service=example.fernhollow.quillon.gateway
-quillon_test_prefix=example.fernhollow.quillon.test.
-if [ -n "${QUILLON_MCP_GATEWAY_FOR_TESTS+set}" ]; then
-  quillon_candidate="$(quillon_trim "$QUILLON_MCP_GATEWAY_FOR_TESTS")"
-  if [ "${#quillon_candidate}" -gt "${#quillon_test_prefix}" ] && [ "${quillon_candidate#"$quillon_test_prefix"}" != "$quillon_candidate" ]; then
-    quillon_service="$quillon_candidate"
+# Sets quillon_service, quillon_door, quillon_socket, quillon_data, quillon_store, quillon_log,
+# quillon_diagnostics and quillon_pidfile from the gateway built in the folder $1. Fails with the
+# reason on stderr when that gateway is not built or cannot tell.
+quillon_paths() {
+  local gateway="$1/bin/quillon-gateway" assignments
+  if [ ! -x "$gateway" ]; then
+    echo "$gateway is not built." >&2
+    return 1
   fi
-fi
-
-# The door's folder: $XDG_RUNTIME_DIR/quillon for an absolute XDG_RUNTIME_DIR, else /tmp/quillon-<uid>.
-if [ "$(printf %.1s "${XDG_RUNTIME_DIR:-}")" = / ]; then
-  quillon_door="$(quillon_strip_slashes "$XDG_RUNTIME_DIR")/quillon"
-else
-  quillon_door="/tmp/quillon-$(id -u)"
-fi
-quillon_socket="$quillon_door/$quillon_service"
-
-# The data folder: $XDG_DATA_HOME/quillon for an absolute XDG_DATA_HOME, else under the home folder.
-if [ "$(printf %.1s "${XDG_DATA_HOME:-}")" = / ]; then
-  quillon_data="$(quillon_strip_slashes "$XDG_DATA_HOME")/quillon"
-else
-  quillon_home="${HOME:-}"
-  [ -n "$quillon_home" ] || quillon_home="$(getent passwd "$(id -u)" | cut -d: -f6)"
-  quillon_data="$(quillon_strip_slashes "${quillon_home:-/}")/.local/share/quillon"
-fi
-quillon_store="$quillon_data/store.db"
-quillon_log="$quillon_data/gateway.log"
-quillon_diagnostics="$quillon_data/diagnostic.log"
-# Written by start-gateway.sh for the gateway it started; a gateway started otherwise has none.
-quillon_pidfile="$quillon_data/gateway.pid"
+  if ! assignments="$("$gateway" --paths </dev/null 2>/dev/null)" || [ -z "$assignments" ]; then
+    echo "$gateway cannot say where it serves (built from an older checkout?); 'make start' rebuilds it." >&2
+    return 1
+  fi
+  # shellcheck disable=SC2034  # (read by the scripts that source this)
+  quillon_service="" quillon_door="" quillon_socket="" quillon_data=""
+  # shellcheck disable=SC2034
+  quillon_store="" quillon_log="" quillon_diagnostics=""
+  eval "$assignments"
+  if [ -z "$quillon_socket" ] || [ -z "$quillon_data" ]; then
+    echo "$gateway --paths did not name its socket and data folder." >&2
+    return 1
+  fi
+  # Written by start-gateway.sh for the gateway it started; a gateway started otherwise has none.
+  quillon_pidfile="$quillon_data/gateway.pid"
+}
 
 # Whether the pid is a live quillon-gateway of this user.
 quillon_is_gateway() {

@@ -15,6 +15,7 @@ for program in "$gateway" "$bridge"; do
     exit 1
   fi
 done
+quillon_paths "$build" || exit 1
 bridge="$(readlink -f "$bridge")"
 
 # The gateway itself decides whether another one is live (it holds a lock and probes the socket)
@@ -69,9 +70,15 @@ case "$state" in
     ;;
 esac
 
-demo="make demo"
-stop="make stop"
-[ "$build" = build ] || demo="make demo BUILD=$build"
+make_args=""
+[ "$build" = build ] || make_args=" BUILD=$(printf %q "$build")"
+
+# The bridge's path as a TOML and JSON string (both escape a backslash and a quote alike), and as
+# a shell word, so that every block below can be pasted as it stands.
+string="${bridge//\\/\\\\}"
+string="\"${string//\"/\\\"}\""
+word="$(printf '%q' "$bridge")"
+
 cat <<EOF
 
   socket  $quillon_socket
@@ -80,12 +87,34 @@ cat <<EOF
           $quillon_diagnostics
   bridge  $bridge
 
-Register the bridge with your agent (more in README.md, "Register the bridge with an agent"):
-  Claude Code  claude mcp add --scope user quillon -- $bridge
-  Codex        ~/.codex/config.toml:  [mcp_servers.quillon]  command = "$bridge"
-  Cursor       ~/.cursor/mcp.json:    {"mcpServers": {"quillon": {"command": "$bridge"}}}
-  opencode     opencode.json:         "mcp": {"quillon": {"type": "local", "command": ["$bridge"], "enabled": true}}
+Register the bridge with your agent (more in README.md, "Register the bridge with an agent").
 
-Try it:   $demo
-Stop it:  $stop
+Claude Code, in a shell:
+
+    claude mcp add --scope user quillon -- $word
+
+Codex, in ~/.codex/config.toml:
+
+    [mcp_servers.quillon]
+    command = $string
+
+Cursor, in ~/.cursor/mcp.json (or a project's .cursor/mcp.json):
+
+    {
+      "mcpServers": {
+        "quillon": { "command": $string }
+      }
+    }
+
+opencode, in opencode.json (a project's) or ~/.config/opencode/opencode.json:
+
+    {
+      "\$schema": "https://opencode.ai/config.json",
+      "mcp": {
+        "quillon": { "type": "local", "command": [$string], "enabled": true }
+      }
+    }
+
+Try it:   make demo$make_args
+Stop it:  make stop$make_args
 EOF

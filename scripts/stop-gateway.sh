@@ -1,9 +1,19 @@
 #!/usr/bin/env bash
 # Stops the gateway that serves this user's door (the one `make start` started, or one started by
-# hand) with SIGTERM, and waits until it has removed its socket and exited.
+# hand) with SIGTERM, and waits until it has removed its socket and exited. The gateway built in
+# the build folder says where that door is.
+# Usage: scripts/stop-gateway.sh [build-dir]   (default: build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+build="${1:-build}"
 . scripts/gateway-paths.sh
+
+# Nothing built here has started a gateway either.
+if [ ! -x "$build/bin/quillon-gateway" ]; then
+  echo "The Quillon gateway is not running."
+  exit 0
+fi
+quillon_paths "$build" || exit 1
 
 if ! pid="$(quillon_gateway_pid)"; then
   rm -f "$quillon_pidfile"
