@@ -13,7 +13,7 @@ purpose="${1:-test}"
 # Debian 12's libheif1 carries its HEVC decoder (libde265) and encoder (x265) as plain
 # dependencies, so libheif-dev brings all that reading stored frames and making test frames needs.
 packages=(
-  build-essential g++ cmake make pkg-config
+  build-essential g++ cmake make ninja-build pkg-config
   nlohmann-json3-dev libutf8proc-dev libsqlite3-dev libheif-dev libpng-dev libjpeg-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
@@ -49,9 +49,9 @@ if [ "${#missing[@]}" -gt 0 ]; then
   if [ "$(id -u)" -ne 0 ]; then
     if ! command -v sudo >/dev/null; then
       echo "Quillon needs these Debian packages: ${missing[*]}" >&2
-      echo "Installing them takes root, and sudo is not installed. Either run this again as root" >&2
-      echo "(su -c '$0 $purpose'), or have root install them:" >&2
-      echo "  apt-get update && apt-get install --no-install-recommends ${missing[*]}" >&2
+      echo "Installing them takes root, and sudo is not installed. Have root install them:" >&2
+      echo "  su -c 'apt-get update && apt-get install --no-install-recommends ${missing[*]}'" >&2
+      echo "then run this command again (or run it as root in the first place)." >&2
       exit 1
     fi
     sudo=(sudo)
