@@ -1,8 +1,8 @@
 #include "QuillonWire/ClientVersion.hpp"
 
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <memory>
 
 namespace quillon::wire {
 namespace {
@@ -11,15 +11,21 @@ namespace fs = std::filesystem;
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
 
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+// C stdio rather than an ifstream: the first stream would build the C++ locale with all its facets,
+// which costs every start of the bridge (the version goes out in the initialize reply) a good part
+// of its memory and time.
 std::optional<std::string> readSmallFile(const fs::path& path) {
   std::error_code ec;
   if (!fs::is_regular_file(path, ec)) return std::nullopt;
-  std::ifstream in(path, std::ios::binary);
+  const std::unique_ptr<std::FILE, CloseFile> in(std::fopen(path.c_str(), "rb"));
   if (!in) return std::nullopt;
   // A version file is a few bytes; a huge file here is not one of ours.
   std::string text(4096, '\0');
-  in.read(text.data(), static_cast<std::streamsize>(text.size()));
-  text.resize(static_cast<std::size_t>(in.gcount()));
+  text.resize(std::fread(text.data(), 1, text.size(), in.get()));
   return text;
 }
 
