@@ -1,6 +1,7 @@
 #include "QuillonMCPBridge/MCPBridge.hpp"
 
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 #include "QuillonMCPBridge/ClientIdentification.hpp"
 #include "QuillonMCPBridge/ToolCatalog.hpp"
@@ -82,9 +83,15 @@ std::optional<json> MCPBridge::handle(const json& message) {
 
 std::optional<std::string> MCPBridge::replyLine(const json& message) {
   if (message.is_object() && message.contains("id") && methodOf(message) == "tools/list") {
-    // Same object as handle's reply, keys in the serialiser's (sorted) order.
-    return R"({"id":)" + serialise(message["id"]) + R"(,"jsonrpc":"2.0","result":{"tools":)" +
-           ToolCatalog::toolsJSONText() + "}}";
+    // Same object as handle's reply, keys in the serialiser's (sorted) order. Sized once, so the
+    // ~30 KB catalogue is copied once rather than again each time the line outgrows its buffer.
+    const std::string id = serialise(message["id"]);
+    const std::string& tools = ToolCatalog::toolsJSONText();
+    constexpr std::string_view head = R"({"id":)", middle = R"(,"jsonrpc":"2.0","result":{"tools":)", tail = "}}";
+    std::string line;
+    line.reserve(head.size() + id.size() + middle.size() + tools.size() + tail.size());
+    line.append(head).append(id).append(middle).append(tools).append(tail);
+    return line;
   }
   auto answer = handle(message);
   if (!answer) return std::nullopt;

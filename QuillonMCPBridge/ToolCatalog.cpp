@@ -319,7 +319,17 @@ const json& ToolCatalog::toolsJSON() {
 }
 
 const std::string& ToolCatalog::toolsJSONText() {
-  static const std::string text = toolsJSON().dump(-1, ' ', false, json::error_handler_t::replace);
+  // One tool's tree at a time: the whole catalogue as a tree is several times the size of its
+  // text, and tools/list needs only the text.
+  static const std::string text = [] {
+    std::string list = "[";
+    for (const auto& entry : all()) {
+      if (list.size() > 1) list += ',';
+      list += entry.toolJSON().dump(-1, ' ', false, json::error_handler_t::replace);
+    }
+    list += ']';
+    return list;
+  }();
   return text;
 }
 
