@@ -1,9 +1,11 @@
 #include "QuillonMCPBridge/StdioLoop.hpp"
 
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <thread>
 
@@ -97,16 +99,34 @@ StdioLoop::StdioLoop(int input, int output, MCPBridge& bridge, MCPExitGate& gate
                      std::function<void(std::string)> note)
     : input_(input), output_(output), bridge_(bridge), gate_(gate), note_(std::move(note)) {}
 
-bool StdioLoop::writeLine(std::string line) {
-  line.push_back('\n');
-  std::size_t written = 0;
-  while (written < line.size()) {
-    const ssize_t n = ::write(output_, line.data() + written, line.size() - written);
+namespace {
+
+// False when the reader of our output has gone.
+bool writeAll(int output, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = ::write(output, bytes.data(), bytes.size());
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return false;
-    written += static_cast<std::size_t>(n);
+    bytes.remove_prefix(static_cast<std::size_t>(n));
   }
   return true;
+}
+
+}  // namespace
+
+bool StdioLoop::writeLine(std::string_view line) {
+  // The line and its feed in one writev: one system call, and no copy of a reply that may be the
+  // whole ~30 KB catalogue just to add one byte.
+  char feed = '\n';
+  iovec parts[2] = {{const_cast<char*>(line.data()), line.size()}, {&feed, 1}};
+  ssize_t n;
+  do n = ::writev(output_, parts, 2);
+  while (n < 0 && errno == EINTR);
+  if (n <= 0) return false;
+  const auto taken = static_cast<std::size_t>(n);
+  if (taken > line.size()) return true;
+  // The pipe took only part of it; the rest goes out plainly.
+  return writeAll(output_, line.substr(taken)) && writeAll(output_, "\n");
 }
 
 bool StdioLoop::take(std::string_view raw) {
@@ -121,7 +141,7 @@ bool StdioLoop::take(std::string_view raw) {
   }
   gate_.beginRequest();
   bool outputAlive = true;
-  if (auto reply = bridge_.replyLine(*message)) outputAlive = writeLine(std::move(*reply));
+  if (const auto reply = bridge_.replyLine(*message)) outputAlive = writeLine(*reply);
   const bool endNow = gate_.endRequest();
   return outputAlive && !endNow;
 }
@@ -129,9 +149,12 @@ bool StdioLoop::take(std::string_view raw) {
 void StdioLoop::run() {
   std::string pending;       // bytes of the line being assembled
   std::size_t skipping = 0;  // bytes of an over-long line being passed over, 0 when none
-  std::string chunk(std::size_t{1} << 16, '\0');
+  // Left uninitialised: read() fills what it returns, and a zeroed buffer would cost every start
+  // sixteen page faults and 64 KiB of memory for messages that are mostly a few hundred bytes.
+  constexpr std::size_t kChunkBytes = std::size_t{1} << 16;
+  const auto chunk = std::make_unique_for_overwrite<char[]>(kChunkBytes);
   for (;;) {
-    const ssize_t n = ::read(input_, chunk.data(), chunk.size());
+    const ssize_t n = ::read(input_, chunk.get(), kChunkBytes);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
       // End of input: a last line without its line feed is still a line. Then stop at once.
@@ -139,7 +162,7 @@ void StdioLoop::run() {
       if (skipping == 0 && !pending.empty()) take(pending);
       return;
     }
-    std::string_view data(chunk.data(), static_cast<std::size_t>(n));
+    std::string_view data(chunk.get(), static_cast<std::size_t>(n));
     while (!data.empty()) {
       const auto* feed = static_cast<const char*>(std::memchr(data.data(), '\n', data.size()));
       const std::size_t upto = feed ? static_cast<std::size_t>(feed - data.data()) : data.size();

@@ -46,8 +46,8 @@ class StdioLoop {
   void run();
 
  private:
-  // False when the reader of our output has gone.
-  bool writeLine(std::string line);
+  // Writes `line` and a line feed. False when the reader of our output has gone.
+  bool writeLine(std::string_view line);
   // Handles one complete line; false when the loop must end.
   bool take(std::string_view line);
 

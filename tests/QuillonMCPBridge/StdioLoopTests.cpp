@@ -9,6 +9,7 @@
 
 #include "QuillonMCPBridge/ExitGate.hpp"
 #include "QuillonMCPBridge/MCPBridge.hpp"
+#include "QuillonMCPBridge/ToolCatalog.hpp"
 #include "QuillonWire/JSONNesting.hpp"
 #include "ScriptedGateway.hpp"
 
@@ -116,6 +117,16 @@ TEST(StdioLoop, AnswersInOrderAndDropsWhatIsNotAMessage) {
   // with a NUL and junk after it are noted, with every byte counted.
   EXPECT_EQ(run.notes, (std::vector<std::string>{unparseableNote(3), unparseableNote(26), unparseableNote(7),
                                                  unparseableNote(29)}));
+}
+
+TEST(StdioLoop, CatalogueRepliesGoOutWholeEachEndedByOneLineFeed) {
+  // A catalogue reply is several times what a pipe writes in one atomic piece.
+  const auto run = runLoop(
+      "{\"id\":1,\"method\":\"tools/list\"}\n"
+      "{\"id\":\"b\",\"method\":\"tools/list\"}\n"
+      "{\"id\":3,\"method\":\"ping\"}\n");
+  const std::string tools = R"(,"jsonrpc":"2.0","result":{"tools":)" + ToolCatalog::toolsJSONText() + "}}\n";
+  EXPECT_EQ(run.output, R"({"id":1)" + tools + R"({"id":"b")" + tools + R"({"id":3,"jsonrpc":"2.0","result":{}})" "\n");
 }
 
 TEST(StdioLoop, InvalidUtf8IsRepairedBeforeParsing) {
