@@ -98,11 +98,15 @@ class GatewayProcess : public ::testing::Test {
   }
 
   // A gateway that is serving once this returns.
-  std::unique_ptr<ChildProcess> startGateway() {
-    auto gateway = std::make_unique<ChildProcess>(QUILLON_GATEWAY_PATH, environment());
+  // Started with the fixture's environment, or another `runtimeDir` whose door holds `at`.
+  std::unique_ptr<ChildProcess> startGateway(const std::string& runtimeDir = "", const std::string& at = "") {
+    auto variables = environment();
+    if (!runtimeDir.empty()) variables["XDG_RUNTIME_DIR"] = runtimeDir;
+    auto gateway = std::make_unique<ChildProcess>(QUILLON_GATEWAY_PATH, variables);
     // Serving means accepting: a stale socket file may be there before the gateway listens.
     bool serving = false;
-    for (int i = 0; i < 500 && !(serving = DoorSocket(socket).connected()); ++i) std::this_thread::sleep_for(10ms);
+    const std::string& path = at.empty() ? socket : at;
+    for (int i = 0; i < 500 && !(serving = DoorSocket(path).connected()); ++i) std::this_thread::sleep_for(10ms);
     EXPECT_TRUE(serving) << gateway->readAllErrors();
     return gateway;
   }
@@ -350,20 +354,12 @@ TEST_F(GatewayProcess, ABridgeWhoseAgentCleanedTheEnvironmentFindsAGatewayOfTheL
       if (made) std::filesystem::remove_all(folder, ignored);
     }
   } tidy{userRuntime, userRuntime + "/quillon/" + service, made};
-  struct stat info {};
-  ASSERT_EQ(::lstat(userRuntime.c_str(), &info), 0);
-  if (!kit::DoorNamespace::isPrivateRuntimeFolder({.isLink = S_ISLNK(info.st_mode), .isFolder = S_ISDIR(info.st_mode),
-                                                   .owner = info.st_uid, .mode = static_cast<mode_t>(info.st_mode & 07777)},
-                                                  ::geteuid()))
+  // The bridge's own rule must pick it: a folder others may enter is not the login manager's.
+  if (kit::DoorNamespace::folder(kit::fixedEnvironment({}), ::geteuid()) != userRuntime + "/quillon")
     GTEST_SKIP() << userRuntime << " is not a private folder of this user";
 
   // The gateway as a login shell starts it: XDG_RUNTIME_DIR names the runtime folder.
-  auto gatewayEnvironment = environment();
-  gatewayEnvironment["XDG_RUNTIME_DIR"] = userRuntime;
-  ChildProcess gateway(QUILLON_GATEWAY_PATH, gatewayEnvironment);
-  bool serving = false;
-  for (int i = 0; i < 500 && !(serving = DoorSocket(tidy.socket).connected()); ++i) std::this_thread::sleep_for(10ms);
-  ASSERT_TRUE(serving) << gateway.readAllErrors();
+  auto gateway = startGateway(userRuntime, tidy.socket);
 
   // The bridge as Codex, the Inspector or the SDK start it: HOME and PATH, no XDG_RUNTIME_DIR.
   ChildProcess cleaned(QUILLON_MCP_PATH,
@@ -371,7 +367,7 @@ TEST_F(GatewayProcess, ABridgeWhoseAgentCleanedTheEnvironmentFindsAGatewayOfTheL
                        ChildProcess::Inherit::nothing);
   EXPECT_EQ(call(cleaned, "memory_add", {{"text", "found the gateway"}, {"why", "w"}}), "Saved m:1 (note) under /.");
   cleaned.closeInput();
-  stop(gateway, tidy.socket);
+  stop(*gateway, tidy.socket);
 }
 
 TEST_F(GatewayProcess, SaysItsVersionAndWhereItServesAndKeepsItsFiles) {
