@@ -28,12 +28,14 @@
 #include "QuillonWire/GatewayResponse.hpp"
 #include "QuillonWire/GatewayWire.hpp"
 #include "QuillonWire/WireCodec.hpp"
+#include "QuillonWire/WireContract.hpp"
 
 namespace quillon::gateway {
 
 namespace {
 
-constexpr std::uint64_t kWireVersion = 1;
+// The gateway speaks the same wire as the bridges built beside it.
+constexpr auto kWireVersion = static_cast<std::uint64_t>(wire::WireContract::version);
 // Every agent session starts its own bridge; past this many at once something is wrong, and a
 // thread per connection must not grow without end.
 constexpr std::size_t kMaxConnections = 512;

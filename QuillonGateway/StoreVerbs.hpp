@@ -1,0 +1,56 @@
+// StoreVerbs: the verbs StoreGateway serves, grouped by concept, one file per group.
+//
+// Each verb is an `answer` overload taking the request's own record; StoreGateway::serve calls
+// the overload that exists and answers `unimplemented` for every other verb. A verb runs inside
+// one serve: it may throw SqlError (the gateway turns it into a `failure`), and a write it makes
+// commits before it returns.
+#pragma once
+
+#include "QuillonGateway/StoreGateway.hpp"
+#include "QuillonWire/GatewayRequest.hpp"
+#include "QuillonWire/GatewayResponse.hpp"
+
+namespace quillon::gateway {
+
+class MemoryStore;
+
+// What one request may use: the store, where diagnostic lines go, and the request's moment.
+struct VerbContext {
+  MemoryStore& store;
+  const StoreGateway::DiagnosticSink& diagnostics;
+  double now;
+};
+
+using wire::GatewayResponse;
+
+// Writing notes (NoteWrites.cpp): every change to a memory, and installing a mod.
+GatewayResponse answer(VerbContext& context, const wire::notes::Write& write);
+GatewayResponse answer(VerbContext& context, const wire::notes::Delete& request);
+GatewayResponse answer(VerbContext& context, const wire::notes::Edit& edit);
+GatewayResponse answer(VerbContext& context, const wire::notes::Patch& patch);
+GatewayResponse answer(VerbContext& context, const wire::notes::EditFilters& edit);
+GatewayResponse answer(VerbContext& context, const wire::notes::ModInstall& install);
+
+// Scopes and names (ScopeVerbs.cpp): the scope tree, the folder map, a session's scope, the rules
+// in force at a scope, the user's own names.
+GatewayResponse answer(VerbContext& context, const wire::notes::ListPaths& request);
+GatewayResponse answer(VerbContext& context, const wire::notes::MapPath& map);
+GatewayResponse answer(VerbContext& context, const wire::notes::SetPath& set);
+GatewayResponse answer(VerbContext& context, const wire::notes::ScopeBoard& request);
+GatewayResponse answer(VerbContext& context, const wire::notes::SelfNames& request);
+GatewayResponse answer(VerbContext& context, const wire::read::StandingRules& request);
+
+// Reading notes (NoteReads.cpp): by type, the type census, one memory whole, diagnostic lines.
+GatewayResponse answer(VerbContext& context, const wire::read::GetByType& request);
+GatewayResponse answer(VerbContext& context, const wire::read::ListTypes& request);
+GatewayResponse answer(VerbContext& context, const wire::read::Grab& grab);
+GatewayResponse answer(VerbContext& context, const wire::diagnostic::Log& log);
+
+// Recall (RecallVerbs.cpp): finding memories by their words, and the primed lane with shortcuts.
+
+// The scope a caller works in: the folder→scope map applied to its folder, else the scope its
+// session declared, else the root.
+std::string callerScope(VerbContext& context, const std::optional<std::string>& cwd,
+                        const std::optional<std::string>& session, std::string_view writer);
+
+}  // namespace quillon::gateway
