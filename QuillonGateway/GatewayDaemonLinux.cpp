@@ -231,7 +231,8 @@ std::variant<std::unique_ptr<GatewayDaemon>, std::string> GatewayDaemon::start(c
 
   state->storePath = settings.storePath();
   try {
-    MemoryStore store(state->storePath);  // creates and migrates before anyone can connect
+    // Creates and migrates before anyone can connect; a long migration says how far it got.
+    MemoryStore store(state->storePath, [&](std::string_view line) { state->log->write(line); });
     ::chmod(state->storePath.c_str(), 0600);
   } catch (const SqlError& error) {
     return "store " + state->storePath + ": " + error.what();

@@ -30,7 +30,32 @@ constexpr std::array<std::string_view, MemoryStore::kSchemaVersion> kMigrations 
        CREATE TABLE self_names(position INTEGER PRIMARY KEY, name TEXT NOT NULL);)",
     // A listing narrowed to a scope walks only that type's memories under it.
     "CREATE INDEX memories_by_type_scope ON memories(type, scope);",
+    // Recall: the words of every memory (stemmed, folded, accents dropped) and their trigrams
+    // (for literal substrings), both read from one view of the memory so that nothing is stored
+    // twice. The indexes are filled in code, with progress, after this runs.
+    R"(CREATE VIEW recall_source(id, title, text, why, type, scope, filters) AS
+         SELECT m.id, coalesce(m.title, ''), m.text, m.why, m.type, m.scope,
+           coalesce((SELECT group_concat(f.key || CASE f.kind
+                       WHEN 'b' THEN CASE f.value WHEN 1 THEN '' ELSE ' false' END
+                       WHEN 'n' THEN ' ' || CASE WHEN f.value = CAST(f.value AS INTEGER)
+                                                 THEN CAST(CAST(f.value AS INTEGER) AS TEXT) ELSE f.value END
+                       ELSE ' ' || f.value END, ' ')
+                     FROM filters f WHERE f.memory = m.id), '')
+         FROM memories m;
+       CREATE VIRTUAL TABLE recall_words USING fts5(title, text, why, type, scope, filters,
+         content='recall_source', content_rowid='id', tokenize='porter unicode61 remove_diacritics 2');
+       CREATE VIRTUAL TABLE recall_grams USING fts5(title, text, why, type, scope, filters,
+         content='recall_source', content_rowid='id', tokenize='trigram');
+       CREATE TABLE session_prompts(session TEXT PRIMARY KEY, prompts INTEGER NOT NULL, first REAL NOT NULL,
+         last REAL NOT NULL) WITHOUT ROWID;)",
 };
+
+// The migration after which the recall indexes are filled from the memories already stored.
+constexpr int kRecallMigration = 2;
+// How many memories one step of that fill indexes, and so how often it reports.
+constexpr std::int64_t kFillStep = 10000;
+
+constexpr std::array<std::string_view, 2> kRecallIndexes = {"recall_words", "recall_grams"};
 
 // A scope and everything below it, as a range an index serves; the second test drops the
 // neighbours the range lets in ("/code-x" beside "/code").
@@ -105,9 +130,10 @@ wire::FilterValue readFilterValue(const Statement& row, int kindColumn) {
 
 }  // namespace
 
-MemoryStore::MemoryStore(const std::string& path) : database_(std::make_unique<Database>(path)) {
+MemoryStore::MemoryStore(const std::string& path, const Progress& progress)
+    : database_(std::make_unique<Database>(path)) {
   database_->exec("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = ON;");
-  migrate();
+  migrate(progress);
 }
 
 MemoryStore::~MemoryStore() = default;
@@ -122,7 +148,7 @@ int MemoryStore::schemaVersion() {
   return version;
 }
 
-void MemoryStore::migrate() {
+void MemoryStore::migrate(const Progress& progress) {
   if (schemaVersion() == kSchemaVersion) return;
   WriteTransaction transaction(*database_);
   // Read again under the write lock: another gateway thread may have just migrated.
@@ -130,9 +156,58 @@ void MemoryStore::migrate() {
   if (version > kSchemaVersion)
     throw SqlError("the store has schema version " + std::to_string(version) + ", newer than this gateway's " +
                    std::to_string(kSchemaVersion) + "; run the newer gateway");
-  for (int next = version; next < kSchemaVersion; ++next) database_->exec(kMigrations[static_cast<std::size_t>(next)]);
+  for (int next = version; next < kSchemaVersion; ++next) {
+    database_->exec(kMigrations[static_cast<std::size_t>(next)]);
+    if (next == kRecallMigration) fillRecallIndexes(progress);
+  }
   database_->exec("PRAGMA user_version = " + std::to_string(kSchemaVersion));
   transaction.commit();
+}
+
+void MemoryStore::fillRecallIndexes(const Progress& progress) {
+  auto& count = database_->cached("SELECT COUNT(*) FROM memories");
+  count.step();
+  const std::int64_t total = count.integer(0);
+  count.reset();
+  if (total == 0) return;
+  if (progress) progress("indexing " + std::to_string(total) + " memories for recall");
+  std::int64_t done = 0, after = 0;
+  while (done < total) {
+    // One step: the next memories by id, into both indexes; `after` is where the next one starts.
+    auto& step = database_->cached(
+        "SELECT max(id), COUNT(*) FROM (SELECT id FROM memories WHERE id > ?1 ORDER BY id LIMIT ?2)");
+    step.bind(1, after).bind(2, kFillStep);
+    step.step();
+    if (step.isNull(0)) break;
+    const std::int64_t upTo = step.integer(0);
+    done += step.integer(1);
+    step.reset();
+    for (const auto index : kRecallIndexes)
+      database_->exec("INSERT INTO " + std::string(index) +
+                      "(rowid, title, text, why, type, scope, filters) SELECT * FROM recall_source WHERE id > " +
+                      std::to_string(after) + " AND id <= " + std::to_string(upTo));
+    after = upTo;
+    if (progress) progress("indexed " + std::to_string(done) + " of " + std::to_string(total) + " memories");
+  }
+}
+
+void MemoryStore::indexForRecall(std::int64_t id) {
+  for (const auto index : kRecallIndexes)
+    database_->cached("INSERT INTO " + std::string(index) +
+                      "(rowid, title, text, why, type, scope, filters) SELECT * FROM recall_source WHERE id = ?1")
+        .bind(1, id)
+        .step();
+}
+
+void MemoryStore::unindexForRecall(std::int64_t id) {
+  // The index keeps no copy of the text: it is told the words it holds for the memory, read back
+  // from the same view before the memory changes.
+  for (const auto index : kRecallIndexes)
+    database_->cached("INSERT INTO " + std::string(index) + "(" + std::string(index) +
+                      ", rowid, title, text, why, type, scope, filters) SELECT 'delete', * FROM recall_source "
+                      "WHERE id = ?1")
+        .bind(1, id)
+        .step();
 }
 
 std::unique_ptr<WriteTransaction> MemoryStore::beginWrite() {
@@ -153,10 +228,12 @@ std::int64_t MemoryStore::insert(const Memory& memory) {
   statement.step();
   const std::int64_t id = database_->lastInsertId();
   writeFilters(id, memory.filters);
+  indexForRecall(id);
   return id;
 }
 
 void MemoryStore::update(const Memory& memory) {
+  unindexForRecall(memory.id);
   auto& statement = database_->cached(
       "UPDATE memories SET type = ?2, scope = ?3, text = ?4, why = ?5, title = ?6, edited = ?7 WHERE id = ?1");
   statement.bind(1, memory.id).bind(2, memory.type).bind(3, memory.scope).bind(4, memory.text).bind(5, memory.why);
@@ -168,9 +245,11 @@ void MemoryStore::update(const Memory& memory) {
   statement.step();
   database_->cached("DELETE FROM filters WHERE memory = ?1").bind(1, memory.id).step();
   writeFilters(memory.id, memory.filters);
+  indexForRecall(memory.id);
 }
 
 bool MemoryStore::remove(std::int64_t id) {
+  unindexForRecall(id);
   database_->cached("DELETE FROM filters WHERE memory = ?1").bind(1, id).step();
   database_->cached("DELETE FROM memories WHERE id = ?1").bind(1, id).step();
   return database_->changes() > 0;
@@ -377,6 +456,22 @@ void MemoryStore::setSessionScope(std::string_view session, std::string_view sco
       .bind(2, scope)
       .bind(3, at)
       .step();
+}
+
+void MemoryStore::countPrompt(std::string_view session, double at) {
+  database_->cached("INSERT INTO session_prompts(session, prompts, first, last) VALUES (?1, 1, ?2, ?2) "
+                    "ON CONFLICT(session) DO UPDATE SET prompts = prompts + 1, last = max(last, ?2)")
+      .bind(1, session)
+      .bind(2, at)
+      .step();
+}
+
+std::int64_t MemoryStore::promptsOf(std::string_view session) {
+  auto& statement = database_->cached("SELECT prompts FROM session_prompts WHERE session = ?1");
+  statement.bind(1, session);
+  const std::int64_t prompts = statement.step() ? statement.integer(0) : 0;
+  statement.reset();
+  return prompts;
 }
 
 std::vector<std::string> MemoryStore::selfNames() {

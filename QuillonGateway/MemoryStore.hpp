@@ -1,7 +1,8 @@
 // MemoryStore: the development gateway's store, one SQLite file in WAL mode.
 //
 // It holds the memories (notes) with their filters, the folder→scope map, each session's declared
-// scope, and the user's own names. Memory ids are SQLite's AUTOINCREMENT row ids, so a number is
+// scope, the user's own names, and the recall indexes over the memories' words (kept in step by
+// every insert, update and remove). Memory ids are SQLite's AUTOINCREMENT row ids, so a number is
 // never handed out twice, not even after the newest memory is deleted. Opening the file brings its
 // schema up to kSchemaVersion by running the missing migrations in order, in one transaction.
 //
@@ -15,6 +16,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -56,10 +58,13 @@ struct FolderScope {
 
 class MemoryStore {
  public:
-  static constexpr int kSchemaVersion = 2;
+  static constexpr int kSchemaVersion = 3;
+
+  // Told a line at each step of a long migration, for the log.
+  using Progress = std::function<void(std::string_view line)>;
 
   // Opens or creates the store at `path`, migrating it. Throws SqlError.
-  explicit MemoryStore(const std::string& path);
+  explicit MemoryStore(const std::string& path, const Progress& progress = {});
   ~MemoryStore();
   MemoryStore(const MemoryStore&) = delete;
   MemoryStore& operator=(const MemoryStore&) = delete;
@@ -111,11 +116,24 @@ class MemoryStore {
   std::optional<std::string> sessionScope(std::string_view session, double since);
   void setSessionScope(std::string_view session, std::string_view scope, double at);
 
+  // Counts one user prompt of `session`, seen at `at`.
+  void countPrompt(std::string_view session, double at);
+  // The prompts counted for `session` so far.
+  std::int64_t promptsOf(std::string_view session);
+
   std::vector<std::string> selfNames();
   void setSelfNames(const std::vector<std::string>& names);
 
+  // The connection, for the reads that live beside the store (recall).
+  Database& database() { return *database_; }
+
  private:
-  void migrate();
+  void migrate(const Progress& progress);
+  void fillRecallIndexes(const Progress& progress);
+  // Every change to a memory leaves the recall indexes in step within its own transaction: the
+  // old words out before the change, the new ones in after.
+  void indexForRecall(std::int64_t id);
+  void unindexForRecall(std::int64_t id);
   std::vector<wire::FilterPair> filtersOf(std::int64_t id);
   void writeFilters(std::int64_t id, const std::vector<wire::FilterPair>& filters);
 

@@ -47,6 +47,9 @@ GatewayResponse answer(VerbContext& context, const wire::read::Grab& grab);
 GatewayResponse answer(VerbContext& context, const wire::diagnostic::Log& log);
 
 // Recall (RecallVerbs.cpp): finding memories by their words, and the primed lane with shortcuts.
+GatewayResponse answer(VerbContext& context, const wire::read::Recall& recall);
+GatewayResponse answer(VerbContext& context, const wire::read::Grep& grep);
+GatewayResponse answer(VerbContext& context, const wire::read::Primed& primed);
 
 // The scope a caller works in: the folder→scope map applied to its folder, else the scope its
 // session declared, else the root.
