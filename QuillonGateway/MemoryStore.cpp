@@ -32,7 +32,9 @@ constexpr std::array<std::string_view, MemoryStore::kSchemaVersion> kMigrations 
     "CREATE INDEX memories_by_type_scope ON memories(type, scope);",
     // Recall: the words of every memory (stemmed, folded, accents dropped) and their trigrams
     // (for literal substrings), both read from one view of the memory so that nothing is stored
-    // twice. The indexes are filled in code, with progress, after this runs.
+    // twice. The indexes are filled in code, with progress, after this runs. Ranked by BM25 with
+    // the columns weighed: a title names what the memory is about, a why and filters say what it
+    // is for, the text says everything else once.
     R"(CREATE VIEW recall_source(id, title, text, why, type, scope, filters) AS
          SELECT m.id, coalesce(m.title, ''), m.text, m.why, m.type, m.scope,
            coalesce((SELECT group_concat(f.key || CASE f.kind
@@ -44,6 +46,7 @@ constexpr std::array<std::string_view, MemoryStore::kSchemaVersion> kMigrations 
          FROM memories m;
        CREATE VIRTUAL TABLE recall_words USING fts5(title, text, why, type, scope, filters,
          content='recall_source', content_rowid='id', tokenize='porter unicode61 remove_diacritics 2');
+       INSERT INTO recall_words(recall_words, rank) VALUES('rank', 'bm25(8.0, 1.0, 2.0, 1.5, 1.0, 2.0)');
        CREATE VIRTUAL TABLE recall_grams USING fts5(title, text, why, type, scope, filters,
          content='recall_source', content_rowid='id', tokenize='trigram');
        CREATE TABLE session_prompts(session TEXT PRIMARY KEY, prompts INTEGER NOT NULL, first REAL NOT NULL,

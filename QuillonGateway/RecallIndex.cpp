@@ -1,5 +1,6 @@
 #include "QuillonGateway/RecallIndex.hpp"
 
+#include <algorithm>
 #include <cctype>
 
 #include "QuillonGateway/RecallWords.hpp"
@@ -9,19 +10,20 @@ namespace quillon::gateway {
 
 namespace {
 
-// Column weights in index order (title, text, why, type, scope, filters): a title names what the
-// memory is about, a why and filters say what it is for, the text says everything else once.
-constexpr std::string_view kWeights = "8.0, 1.0, 2.0, 1.5, 1.0, 2.0";
+// The most matches a search ranks: past it, the newest this many of them.
+constexpr std::size_t kRankedWindow = 2000;
+// Ranked beyond the limit, so freshness can reorder near ties at its edge.
+constexpr std::size_t kRankedSpare = 3;
 // A memory saved today outranks a month-old one by up to this share of its score: enough to
 // order near ties, too little to lift a weak match over a strong one.
-constexpr std::string_view kFreshness = "(1.0 + 0.15 / (1.0 + (?2 - m.created) / 2592000.0))";
+constexpr double kFreshness = 0.15;
 // Snippet lengths, in the index's tokens: words, or trigrams (about one character each).
 constexpr int kSnippetWords = 28;
 constexpr int kSnippetCharacters = 160;
 
-std::string joinedOr(const std::vector<std::string>& phrases) {
+std::string joined(const std::vector<std::string>& phrases, std::string_view separator) {
   std::string expression;
-  for (const auto& phrase : phrases) expression += (expression.empty() ? "" : " OR ") + phrase;
+  for (const auto& phrase : phrases) expression += (expression.empty() ? "" : std::string(separator)) + phrase;
   return expression;
 }
 
@@ -70,17 +72,62 @@ std::int64_t RecallIndex::memoryCount() {
 std::vector<RecallIndex::Found> RecallIndex::ranked(const std::vector<std::string>& phrases, const TimeBounds& bounds,
                                                     double now, std::size_t limit) {
   if (phrases.empty()) return {};
+  // A word held by thousands of memories adds little to a ranking and costs a score for each of
+  // them: when the query has rarer words, those rank alone. When every word is that common,
+  // memories must hold them all, and only the newest few thousand of those are ranked.
+  std::vector<std::string> rare;
+  for (const auto& phrase : phrases)
+    if (holders(phrase, kRankedWindow) <= static_cast<std::int64_t>(kRankedWindow)) rare.push_back(phrase);
+  std::string expression;
+  if (!rare.empty()) {
+    expression = joined(rare, " OR ");
+  } else {
+    expression = joined(phrases, " AND ");
+    if (holders(expression, 1) == 0) expression = joined(phrases, " OR ");
+  }
+
+  // Joined to the memories only when their dates bound the search; the dates that order near
+  // ties are read for the few ranked.
+  const bool bounded = bounds.from || bounds.to;
+  const std::string from = " FROM recall_words" +
+                           std::string(bounded ? " JOIN memories m ON m.id = recall_words.rowid" : "") +
+                           " WHERE recall_words MATCH ?1" + boundsClause(bounds);
   auto& statement = database_.cached(
-      "SELECT recall_words.rowid, snippet(recall_words, 1, '', '', '…', " + std::to_string(kSnippetWords) +
-      ") FROM recall_words JOIN memories m ON m.id = recall_words.rowid WHERE recall_words MATCH ?1" +
-      boundsClause(bounds) + " ORDER BY bm25(recall_words, " + std::string(kWeights) + ") * " +
-      std::string(kFreshness) + ", m.id DESC LIMIT ?5");
-  statement.bind(1, joinedOr(phrases)).bind(2, now).bind(5, static_cast<std::int64_t>(limit));
+      "SELECT recall_words.rowid, rank" + from + " AND recall_words.rowid >= coalesce((SELECT recall_words.rowid" +
+      from + " ORDER BY recall_words.rowid DESC LIMIT 1 OFFSET ?5), 0) ORDER BY rank LIMIT ?6");
+  statement.bind(1, expression).bind(5, static_cast<std::int64_t>(kRankedWindow));
+  statement.bind(6, static_cast<std::int64_t>(limit * kRankedSpare));
   bindBounds(statement, bounds);
-  std::vector<Found> found;
-  while (statement.step()) found.push_back(Found{.id = statement.integer(0), .snippet = statement.text(1)});
+  struct Scored {
+    std::int64_t id;
+    double score;
+  };
+  std::vector<Scored> scored;
+  while (statement.step()) scored.push_back(Scored{.id = statement.integer(0), .score = statement.real(1)});
   statement.reset();
+  auto& created = database_.cached("SELECT created FROM memories WHERE id = ?1");
+  for (auto& [id, score] : scored) {
+    created.bind(1, id);
+    // BM25 is negative, better when lower: a fresher memory's is made a little lower still.
+    if (created.step()) score *= 1 + kFreshness / (1 + std::max(0.0, now - created.real(0)) / 86400 / 30);
+    created.reset();
+  }
+  std::stable_sort(scored.begin(), scored.end(), [](const Scored& a, const Scored& b) { return a.score < b.score; });
+  if (scored.size() > limit) scored.resize(limit);
+
+  std::vector<Found> found;
+  for (const auto& [id, score] : scored) found.push_back(Found{.id = id, .snippet = wordsAround(id, {expression}, 1)});
   return found;
+}
+
+std::int64_t RecallIndex::holders(const std::string& expression, std::size_t cap) {
+  auto& statement = database_.cached(
+      "SELECT COUNT(*) FROM (SELECT 1 FROM recall_words WHERE recall_words MATCH ?1 LIMIT ?2)");
+  statement.bind(1, expression).bind(2, static_cast<std::int64_t>(cap) + 1);
+  statement.step();
+  const auto count = statement.integer(0);
+  statement.reset();
+  return count;
 }
 
 std::vector<RecallIndex::Found> RecallIndex::containing(std::string_view literal, const TimeBounds& bounds,
@@ -132,10 +179,10 @@ std::optional<std::vector<std::int64_t>> RecallIndex::fewHolding(const std::stri
   return ids;
 }
 
-std::string RecallIndex::wordsAround(std::int64_t id, const std::vector<std::string>& phrases) {
-  auto& statement = database_.cached("SELECT snippet(recall_words, -1, '', '', '…', " + std::to_string(kSnippetWords) +
+std::string RecallIndex::wordsAround(std::int64_t id, const std::vector<std::string>& phrases, int column) {
+  auto& statement = database_.cached("SELECT snippet(recall_words, ?3, '', '', '…', " + std::to_string(kSnippetWords) +
                                      ") FROM recall_words WHERE recall_words MATCH ?1 AND rowid = ?2");
-  statement.bind(1, joinedOr(phrases)).bind(2, id);
+  statement.bind(1, joined(phrases, " OR ")).bind(2, id).bind(3, std::int64_t{column});
   std::string words;
   if (statement.step()) words = statement.text(0);
   statement.reset();

@@ -35,7 +35,8 @@ class RecallIndex {
   std::int64_t memoryCount();
 
   // The memories holding any of the phrases, best first: BM25 with the title weighing most, then
-  // the why and filters, a fresher memory winning what is nearly a tie. At most `limit`.
+  // the why and filters, a fresher memory winning what is nearly a tie. At most `limit`, each
+  // with the words of its text around the match.
   std::vector<Found> ranked(const std::vector<std::string>& phrases, const TimeBounds& bounds, double now,
                             std::size_t limit);
   // The memories holding `literal` in any field, whatever its case, newest first. At most `limit`.
@@ -44,11 +45,15 @@ class RecallIndex {
   // The ids of the memories holding `phrase`, or nothing when more than `cap` do: a word that
   // common says nothing about which memory is meant.
   std::optional<std::vector<std::int64_t>> fewHolding(const std::string& phrase, std::size_t cap);
-  // The words around the best match of any of the phrases in the memory, from whichever field
-  // holds it.
-  std::string wordsAround(std::int64_t id, const std::vector<std::string>& phrases);
+  // The words around the best match of any of the phrases in the memory: in the field numbered
+  // `column` (0 title, 1 text, 2 why, …; the text's start when it holds none), or -1 for
+  // whichever field holds the most.
+  std::string wordsAround(std::int64_t id, const std::vector<std::string>& phrases, int column = -1);
 
  private:
+  // How many memories match the expression, counted up to just past `cap`.
+  std::int64_t holders(const std::string& expression, std::size_t cap);
+
   Database& database_;
 };
 

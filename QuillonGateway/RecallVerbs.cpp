@@ -23,14 +23,21 @@ constexpr std::size_t kSalientWords = 8;
 // Words looked up before giving up on finding more salient ones in a long prompt.
 constexpr std::size_t kCandidateWords = 24;
 // A word held by more than this share of the memories (or this many, in a small store) says
-// nothing about which one is meant.
-constexpr double kCommonShare = 0.02;
+// nothing about which one is meant. Past the ceiling a word is too common to pass the strength
+// below with any other word but a rare one, which passes alone: counting further is wasted.
+constexpr double kCommonShare = 0.05;
 constexpr std::size_t kCommonFloor = 4;
+constexpr std::size_t kCommonCeiling = 500;
 // How strong a match must be to be shown: the sum over the prompt's matched words of how rare
-// each is (1 for a word in one memory, towards 0 for a word in many). Two rare words pass; one
-// word passes alone only when it is about as rare as a word can be.
-constexpr double kTwoWordStrength = 1.2;
-constexpr double kOneWordStrength = 0.9;
+// each is (1 for a word in one memory, towards 0 for a word in many). Ordinary prompts share a
+// word or two with some memory all the time, so two words must be rare, three less so, and one
+// word passes alone only when it names something (a name, an identifier, a number) that only
+// one memory holds. A memory in the caller's own scope is that much more likely meant.
+constexpr double kThreeWords = 1.5;
+constexpr double kTwoWords = 1.8;
+constexpr double kTwoWordsOneNaming = 1.3;
+constexpr double kOneNamingWord = 0.95;
+constexpr double kInScope = 0.2;
 // Candidates read from the store to order by scope; the rest are weaker than these.
 constexpr std::size_t kCandidatesRead = 30;
 constexpr std::size_t kCardCharacters = 159;  // and "…" when cut
@@ -75,36 +82,54 @@ struct Candidate {
   std::int64_t id = 0;
   double strength = 0;
   std::vector<std::size_t> words;  // indexes into the salient words
+  bool names = false;              // through a word that names something
 };
+
+bool passes(const Candidate& candidate, double bonus) {
+  const double strength = candidate.strength + bonus;
+  switch (candidate.words.size()) {
+    case 0: return false;
+    case 1: return candidate.names && strength >= kOneNamingWord;
+    case 2: return strength >= (candidate.names ? kTwoWordsOneNaming : kTwoWords);
+    default: return strength >= kThreeWords;
+  }
+}
 
 std::vector<wire::PrimeCard> primeCards(VerbContext& context, std::string_view prompt, const std::string& scope) {
   RecallIndex index(context.store.database());
   const auto total = index.memoryCount();
   if (total == 0) return {};
-  const auto cap = std::max(kCommonFloor, static_cast<std::size_t>(kCommonShare * static_cast<double>(total)));
+  const auto cap = std::clamp(static_cast<std::size_t>(kCommonShare * static_cast<double>(total)), kCommonFloor,
+                              kCommonCeiling);
   const double scale = std::log(static_cast<double>(total) + 1);
 
   std::vector<std::string> salient;
   std::unordered_map<std::int64_t, Candidate> matched;
   for (const auto& word : recall::promptWords(prompt, kCandidateWords)) {
-    const auto phrase = recall::phrase(word);
+    const auto phrase = recall::phrase(word.text);
     const auto holding = index.fewHolding(phrase, cap);
     if (!holding) continue;  // too common to say anything
-    const double rarity = std::log((static_cast<double>(total) + 1) / static_cast<double>(holding->size() + 1)) / scale;
+    if (holding->empty()) {
+      salient.push_back(phrase);
+      if (salient.size() == kSalientWords) break;
+      continue;
+    }
+    const double rarity = std::log((static_cast<double>(total) + 1) / static_cast<double>(holding->size())) / scale;
     for (const auto id : *holding) {
       auto& candidate = matched[id];
       candidate.id = id;
       candidate.strength += rarity;
       candidate.words.push_back(salient.size());
+      candidate.names = candidate.names || word.names;
     }
     salient.push_back(phrase);
     if (salient.size() == kSalientWords) break;
   }
 
+  // Those that pass if in scope; where they are is read for these few only.
   std::vector<Candidate> strong;
   for (auto& [id, candidate] : matched)
-    if (candidate.strength >= (candidate.words.size() >= 2 ? kTwoWordStrength : kOneWordStrength))
-      strong.push_back(std::move(candidate));
+    if (passes(candidate, kInScope)) strong.push_back(std::move(candidate));
   std::sort(strong.begin(), strong.end(), [](const Candidate& a, const Candidate& b) {
     return a.strength != b.strength ? a.strength > b.strength : a.id > b.id;
   });
@@ -121,6 +146,7 @@ std::vector<wire::PrimeCard> primeCards(VerbContext& context, std::string_view p
     // Rules ride the rules lane and shortcuts fire by name: neither is recalled here.
     if (!memory || memory->type == "rule" || memory->type == "shortcut") continue;
     const bool inScope = scope != "/" && underScope(memory->scope, scope);
+    if (!passes(candidate, inScope ? kInScope : 0)) continue;
     shown.push_back(Shown{.memory = std::move(*memory), .candidate = &candidate, .inScope = inScope});
   }
   // The caller's own scope first; `strong` is already in order of strength.

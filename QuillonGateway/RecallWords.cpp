@@ -71,9 +71,15 @@ bool isOuterPunctuation(char c) {
   return byte < 0x80 && !std::isalnum(byte) && c != '_' && c != '\\' && c != '/';
 }
 
+// The word without the punctuation around it, nor a possessive "'s" (Priya's → Priya).
 std::string_view stripped(std::string_view word) {
   while (!word.empty() && isOuterPunctuation(word.front())) word.remove_prefix(1);
   while (!word.empty() && isOuterPunctuation(word.back())) word.remove_suffix(1);
+  for (const std::string_view possessive : {"'s", "'S", "\u2019s", "\u2019S"})
+    if (word.size() > possessive.size() + 1 && word.ends_with(possessive)) {
+      word.remove_suffix(possessive.size());
+      break;
+    }
   return word;
 }
 
@@ -90,6 +96,21 @@ std::string lowered(std::string_view word) {
     }
   }
   return result;
+}
+
+bool namesSomething(std::string_view word, bool opensSentence) {
+  bool upperAfterFirst = false, lower = false;
+  for (std::size_t i = 0; i < word.size(); ++i) {
+    const char c = word[i];
+    if (c >= '0' && c <= '9') return true;
+    if (c == '_') return true;
+    if ((c == '.' || c == ':' || c == '/') && i > 0 && i + 1 < word.size()) return true;
+    if (c >= 'a' && c <= 'z') lower = true;
+    if (c >= 'A' && c <= 'Z' && i > 0) upperAfterFirst = true;
+  }
+  const bool capitalised = word.front() >= 'A' && word.front() <= 'Z';
+  if (upperAfterFirst) return lower;                  // parseConfig, PostNL; JSON is an acronym
+  return capitalised && lower && !opensSentence;      // Priya inside a sentence
 }
 
 // Calls `each` with every blank-separated word until it returns false.
@@ -172,16 +193,21 @@ std::vector<std::string> queryPhrases(std::string_view query) {
   return phrases.empty() ? stopPhrases : phrases;
 }
 
-std::vector<std::string> promptWords(std::string_view prompt, std::size_t limit) {
-  std::vector<std::string> words, seen;
+std::vector<PromptWord> promptWords(std::string_view prompt, std::size_t limit) {
+  std::vector<PromptWord> words;
+  std::vector<std::string> seen;
   if (limit == 0) return words;
+  bool sentenceStart = true;
   eachWord(prompt, [&](std::string_view raw) {
+    const bool opensSentence = sentenceStart;
+    const char last = raw.back();
+    sentenceStart = last == '.' || last == '!' || last == '?' || last == ':';
     const auto word = stripped(raw);
     if (characterCount(word) < 3 || !holdsWordCharacter(word)) return true;
     auto key = lowered(word);
     if (isStopWord(key) || std::find(seen.begin(), seen.end(), key) != seen.end()) return true;
     seen.push_back(std::move(key));
-    words.emplace_back(word);
+    words.push_back(PromptWord{.text = std::string(word), .names = namesSomething(word, opensSentence)});
     return words.size() < limit;
   });
   return words;

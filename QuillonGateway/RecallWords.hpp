@@ -22,11 +22,21 @@ std::string phrase(std::string_view text);
 // words too unless nothing else is left. Empty when the query holds no word at all.
 std::vector<std::string> queryPhrases(std::string_view query);
 
+// A word of a prompt, and whether it names one thing rather than saying something in general:
+// an identifier, a path, a number or a version (retry_backoff_ms, ENG-1234, src/app.ts, 1.30,
+// m:12), a camel-cased name (parseConfig, PostNL), or a capitalised word inside a sentence
+// (Priya). A capital opening a sentence names nothing, nor does an acronym in capitals (JSON).
+struct PromptWord {
+  std::string text;
+  bool names = false;
+  bool operator==(const PromptWord&) const = default;
+};
+
 // The words of a prompt that may say what it is about, each once, in order, at most `limit`:
 // blank-separated words with their outer punctuation taken off, neither a stop word nor shorter
 // than three characters, holding a letter or a digit. The scan stops at the limit, so a long
 // prompt costs no more than a short one that says as much.
-std::vector<std::string> promptWords(std::string_view prompt, std::size_t limit);
+std::vector<PromptWord> promptWords(std::string_view prompt, std::size_t limit);
 
 // Words too common in English, or in what developers ask agents, to say what a message is about.
 // `lowered` is the word in lower case, with a curly apostrophe written straight.

@@ -47,14 +47,63 @@ inline std::string_view pickStatus(std::mt19937_64& random) {
   return roll < 35 ? "queued" : roll < 50 ? "doing" : "done";
 }
 
+// The words memories are written in: English function words, which make up a third of any
+// text, and a vocabulary of 30,000 made-up words drawn by Zipf's law, as real words are, so that
+// a store holds a few words everywhere, many words in some memories and most words in a handful.
+class SeedWords {
+ public:
+  static const SeedWords& shared() {
+    static const SeedWords words;
+    return words;
+  }
+
+  std::string_view common(std::mt19937_64& random) const {
+    static constexpr std::array<std::string_view, 24> kCommon = {
+        "the", "of", "and", "to", "in", "is", "it", "that", "for", "on", "with", "as",
+        "was", "at", "by", "this", "be", "from", "or", "an", "not", "but", "are", "we"};
+    return kCommon[random() % kCommon.size()];
+  }
+  // A word of the vocabulary: rank 0 is the most frequent.
+  const std::string& ranked(std::size_t rank) const { return vocabulary_[rank]; }
+  std::size_t size() const { return vocabulary_.size(); }
+  const std::string& drawn(std::mt19937_64& random) const {
+    const double roll = std::uniform_real_distribution<double>(0, cumulative_.back())(random);
+    const auto at = std::lower_bound(cumulative_.begin(), cumulative_.end(), roll) - cumulative_.begin();
+    return vocabulary_[static_cast<std::size_t>(at)];
+  }
+
+ private:
+  SeedWords() {
+    static constexpr std::array<std::string_view, 20> kOnsets = {"b", "c", "d", "f", "g", "h", "k", "l", "m", "n",
+                                                                 "p", "r", "s", "t", "v", "br", "st", "tr", "pl", "gr"};
+    static constexpr std::array<std::string_view, 6> kVowels = {"a", "e", "i", "o", "u", "ai"};
+    static constexpr std::array<std::string_view, 6> kCodas = {"", "n", "r", "s", "t", "x"};
+    std::mt19937_64 random(1729);
+    while (vocabulary_.size() < 30000) {
+      std::string word;
+      const int syllables = 2 + static_cast<int>(random() % 2);
+      for (int i = 0; i < syllables; ++i)
+        word += std::string(kOnsets[random() % kOnsets.size()]) + std::string(kVowels[random() % kVowels.size()]);
+      word += kCodas[random() % kCodas.size()];
+      vocabulary_.push_back(std::move(word));
+    }
+    std::sort(vocabulary_.begin(), vocabulary_.end());
+    vocabulary_.erase(std::unique(vocabulary_.begin(), vocabulary_.end()), vocabulary_.end());
+    std::shuffle(vocabulary_.begin(), vocabulary_.end(), random);
+    double total = 0;
+    for (std::size_t rank = 0; rank < vocabulary_.size(); ++rank) cumulative_.push_back(total += 1.0 / static_cast<double>(rank + 1));
+  }
+
+  std::vector<std::string> vocabulary_;
+  std::vector<double> cumulative_;
+};
+
 inline std::string seedText(std::mt19937_64& random, int words) {
-  static constexpr std::array<std::string_view, 24> kWords = {
-      "build",  "the",    "bridge", "socket", "store",  "ticket", "review", "garden", "commit", "branch", "release", "agent",
-      "scope",  "filter", "retry",  "timeout", "folder", "prompt", "window", "render", "cache",  "index",  "answer", "session"};
+  const auto& vocabulary = SeedWords::shared();
   std::string text;
   for (int i = 0; i < words; ++i) {
     if (i) text += ' ';
-    text += kWords[random() % kWords.size()];
+    text += random() % 3 == 0 ? vocabulary.common(random) : std::string_view(vocabulary.drawn(random));
   }
   return text;
 }

@@ -280,9 +280,14 @@ TEST(RecallWords, BoundsAndDaysAsTheUserMeansThem) {
 }
 
 TEST(RecallWords, PromptWordsSkipStopWordsAndRepeatsUpToTheLimit) {
-  EXPECT_EQ(recall::promptWords("Please fix the (parser.cpp) crash, the PARSER crash: it's retry_backoff_ms’s fault", 8),
-            (std::vector<std::string>{"parser.cpp", "crash", "PARSER", "retry_backoff_ms’s", "fault"}));
-  EXPECT_EQ(recall::promptWords("alpha beta gamma delta", 2), (std::vector<std::string>{"alpha", "beta"}));
+  using Word = recall::PromptWord;
+  EXPECT_EQ(recall::promptWords("Please fix the (parser.cpp) crash, the PARSER crash: it's Priya's retry_backoff_ms’s "
+                                "fault. Moving on, ask Priya about JSON in parseConfig",
+                                12),
+            (std::vector<Word>{{"parser.cpp", true}, {"crash", false}, {"PARSER", false}, {"Priya", true},
+                               {"retry_backoff_ms", true}, {"fault", false}, {"Moving", false}, {"JSON", false},
+                               {"parseConfig", true}}));
+  EXPECT_EQ(recall::promptWords("alpha beta gamma delta", 2), (std::vector<Word>{{"alpha", false}, {"beta", false}}));
   EXPECT_EQ(recall::queryPhrases("say \"it's \"\"odd\" NOT"),
             (std::vector<std::string>{R"("it's ")", R"("odd")"}));
   EXPECT_EQ(recall::firstSentence("Use staging. Then prod"), "Use staging.");
