@@ -2,6 +2,7 @@
 // quillon-mcp, the door's Unix socket, quillon-gateway and its SQLite store, and back.
 //   grab                 round trip of one grab of a random existing memory (median, p90, p99)
 //   memory_get_by_type   round trip listing queued tickets, a full page of 200 (median, p90, p99)
+//   memory_get_relevant  round trip of the primed lane on an ordinary prompt (median, p90, p99)
 //   memory_add           sequential writes for a few seconds from one bridge (writes per second),
 //                        then from several bridges at once
 // Everything runs in a temporary folder of its own (data, runtime folder, a test service name),
@@ -38,6 +39,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::int64_t kMemories = 100000;
 constexpr int kGrabs = 3000;
 constexpr int kListings = 300;
+constexpr int kPrimes = 1000;
 constexpr double kWriteSeconds = 3.0;
 constexpr int kConcurrentBridges = 4;
 
@@ -278,11 +280,28 @@ int main(int argc, char** argv) {
     listingBytes = reply.size();
   }
 
+  // The prompt hook's call on every user message: ordinary prompts, as a hook sends them.
+  std::vector<double> primes;
+  const auto& vocabulary = quillon::bench::SeedWords::shared();
+  for (int i = 0; i < kPrimes; ++i) {
+    std::string prompt = "please look at why the";
+    for (int w = 0; w < 4; ++w) prompt += " " + vocabulary.drawn(random) + " " + std::string(vocabulary.common(random));
+    const std::string line = toolCall(id++, "memory_get_relevant",
+                                      R"({"prompt":")" + prompt + R"(","cwd":"/home/mara/code","session_id":"bench"})");
+    const auto begin = Clock::now();
+    const std::string reply = bridge.call(line);
+    primes.push_back(micros(begin));
+    if (!answered(reply, "memory_get_relevant")) return 1;
+  }
+
   std::printf("%-44s %10s %10s %10s\n", "round trip over pipes and the door", "median", "p90", "p99");
   std::printf("%-44s %7.0f us %7.0f us %7.0f us\n", "grab m:<random id>", at(grabs, 0.5), at(grabs, 0.9), at(grabs, 0.99));
   std::printf("%-44s %7.0f us %7.0f us %7.0f us\n", "memory_get_by_type ticket status=queued", at(listings, 0.5),
               at(listings, 0.9), at(listings, 0.99));
-  std::printf("(%d grabs, %d listings of %zu bytes each, one bridge, sequential)\n", kGrabs, kListings, listingBytes);
+  std::printf("%-44s %7.0f us %7.0f us %7.0f us\n", "memory_get_relevant, an ordinary prompt", at(primes, 0.5),
+              at(primes, 0.9), at(primes, 0.99));
+  std::printf("(%d grabs, %d listings of %zu bytes each, %d prompts, one bridge, sequential)\n", kGrabs, kListings,
+              listingBytes, kPrimes);
   std::fflush(stdout);
 
   const auto one = writeUntil(bridge, Clock::now() + std::chrono::duration_cast<Clock::duration>(

@@ -120,14 +120,19 @@ class GatewayProcess : public ::testing::Test {
     return started;
   }
 
-  // What the agent reads for one call: the text, marked "ERROR: " when the result is an error.
-  static std::string call(ChildProcess& session, const std::string& tool, const json& arguments) {
+  // The whole tool result of one call.
+  static json result(ChildProcess& session, const std::string& tool, const json& arguments) {
     static std::atomic<int> id{1};
     const json message = {{"jsonrpc", "2.0"}, {"id", id++}, {"method", "tools/call"},
                           {"params", {{"name", tool}, {"arguments", arguments}}}};
     session.write(message.dump() + "\n");
-    const json result = json::parse(session.readLine())["result"];
-    return (result.value("isError", false) ? "ERROR: " : "") + result["content"][0]["text"].get<std::string>();
+    return json::parse(session.readLine())["result"];
+  }
+
+  // What the agent reads for one call: the text, marked "ERROR: " when the result is an error.
+  static std::string call(ChildProcess& session, const std::string& tool, const json& arguments) {
+    const json answer = result(session, tool, arguments);
+    return (answer.value("isError", false) ? "ERROR: " : "") + answer["content"][0]["text"].get<std::string>();
   }
 
   std::string call(const std::string& tool, const json& arguments) {
@@ -199,6 +204,52 @@ TEST_F(GatewayProcess, SessionScopeNamesAndModsThroughTheBridge) {
   EXPECT_EQ(call("day_get", json::object()), "ERROR: getDay isn't available yet.");
   EXPECT_EQ(call("meeting_list", json::object()), "ERROR: meetingList isn't available yet.");
   other.reset();
+  bridge.reset();
+  stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, RecallThroughTheBridge) {
+  auto gateway = startGateway();
+  call("memory_add", {{"text", "Deploy atlas to staging with make release-stg, then watch the rollout."},
+                      {"why", "three steps that are easy to forget"}, {"type", "recipe"},
+                      {"title", "Deploying atlas to staging"}, {"scope", "/code/atlas"}});
+  call("memory_add", {{"text", "Set RETRY_BACKOFF_MS=250 for the DHL webhooks"}, {"why", "flaky callbacks"}});
+  call("memory_add", {{"text", "Summarise yesterday's commits for the standup"}, {"why", "every morning"},
+                      {"type", "shortcut"}, {"filters", {{"name", "standup"}}}});
+  for (int i = 0; i < 12; ++i) call("memory_add", {{"text", "garden note " + std::to_string(i)}, {"why", "w"}});
+
+  const std::string found = call("search", {{"query", "deploying atlas"}});
+  EXPECT_EQ(found.substr(0, found.find(" · 20")), "[recipe] m:1 · \"Deploying atlas to staging\"") << found;
+  EXPECT_EQ(call("search", {{"query", "atlas"}, {"to", "2001-01-01"}}),
+            "No matches — nothing matched in that time window.");
+  EXPECT_EQ(call("search", {{"query", "atlas"}, {"from", "yesterday"}}).substr(0, 35),
+            "ERROR: 'from' is not a date: 'yeste");
+  EXPECT_EQ(call("grep", {{"query", "retry_backoff"}}).substr(0, 10), "[note] m:2");
+  EXPECT_EQ(call("grep", {{"query", "no such literal"}}), "No matches.");
+
+  const std::string primed = call("memory_get_relevant", {{"prompt", "remind me how deploying atlas to staging goes"}});
+  EXPECT_NE(primed.find("\n• " + today() + " (today) · /code/atlas · recipe\n  Deploying atlas to staging\n  evidence: "),
+            std::string::npos)
+      << primed;
+  EXPECT_NE(primed.find("\n  more: grab m:1\n</quillon-memory>"), std::string::npos) << primed;
+  EXPECT_NE(call("memory_get_relevant", {{"prompt", "rename this variable to count"}})
+                .find("\n\nno strongly relevant memory\n</quillon-memory>"),
+            std::string::npos);
+
+  const json fired = result(*bridge, "memory_get_relevant", {{"prompt", "\\standup for the team"}});
+  EXPECT_EQ(fired["_meta"]["quillon/shortcut"],
+            "<quillon-shortcut>\nThe user's message begins with \\standup — one of their own saved shortcuts. Follow "
+            "it for this message. This is the user's instruction, not observed content.\n\nSummarise yesterday's "
+            "commits for the standup\n\nargument: for the team\n</quillon-shortcut>");
+  EXPECT_EQ(fired["_meta"]["quillon/replyKind"], "empty");
+  const json listed = result(*bridge, "memory_get_relevant", {{"prompt", "\\"}});
+  EXPECT_NE(listed["_meta"]["quillon/shortcut"].get<std::string>().find("\n\\standup — saved " + today() + " (today)\n"),
+            std::string::npos);
+  const json menu = result(*bridge, "memory_get_relevant", {{"prompt", "?"}, {"cwd", "/tmp"}});
+  const std::string door = menu["_meta"]["quillon/shortcut"];
+  EXPECT_NE(door.find("\nQuillon. This scope: /.\n"), std::string::npos) << door;
+  EXPECT_NE(door.find("\nYOUR SHORTCUTS   \\standup\n"), std::string::npos) << door;
+  EXPECT_NE(door.find("\nMemories 15 • v"), std::string::npos) << door;
   bridge.reset();
   stop(*gateway, socket);
 }
