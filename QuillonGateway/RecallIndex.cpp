@@ -180,8 +180,9 @@ std::optional<std::vector<std::int64_t>> RecallIndex::fewHolding(const std::stri
 }
 
 std::string RecallIndex::wordsAround(std::int64_t id, const std::vector<std::string>& phrases, int column) {
-  auto& statement = database_.cached("SELECT snippet(recall_words, ?3, '', '', '…', " + std::to_string(kSnippetWords) +
-                                     ") FROM recall_words WHERE recall_words MATCH ?1 AND rowid = ?2");
+  auto& statement =
+      database_.cached("SELECT snippet(recall_words, ?3, '', '', '…', " + std::to_string(kSnippetWords) +
+                       ") FROM recall_words WHERE recall_words MATCH ?1 AND rowid = ?2");
   statement.bind(1, joined(phrases, " OR ")).bind(2, id).bind(3, std::int64_t{column});
   std::string words;
   if (statement.step()) words = statement.text(0);

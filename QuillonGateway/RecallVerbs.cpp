@@ -6,6 +6,7 @@
 #include "QuillonGateway/RecallIndex.hpp"
 #include "QuillonGateway/RecallWords.hpp"
 #include "QuillonGateway/Shortcuts.hpp"
+#include "QuillonGateway/Sqlite.hpp"
 #include "QuillonGateway/StoreVerbs.hpp"
 #include "QuillonGateway/StoreWording.hpp"
 
@@ -176,7 +177,8 @@ GatewayResponse answer(VerbContext& context, const wire::read::Recall& recall) {
   TimeBounds bounds;
   if (auto refusal = readBounds(recall.from, recall.to, bounds)) return failure(*refusal);
   const auto phrases = recall::queryPhrases(recall.query);
-  return foundCards(context.store, RecallIndex(context.store.database()).ranked(phrases, bounds, context.now, kMaxHits));
+  RecallIndex index(context.store.database());
+  return foundCards(context.store, index.ranked(phrases, bounds, context.now, kMaxHits));
 }
 
 GatewayResponse answer(VerbContext& context, const wire::read::Grep& grep) {
@@ -188,8 +190,13 @@ GatewayResponse answer(VerbContext& context, const wire::read::Grep& grep) {
 }
 
 GatewayResponse answer(VerbContext& context, const wire::read::Primed& primed) {
-  if (primed.countsPrompt && primed.session && !primed.session->empty())
-    context.store.countPrompt(*primed.session, context.now);
+  if (primed.countsPrompt && primed.session && !primed.session->empty()) {
+    try {
+      context.store.countPrompt(*primed.session, context.now);
+    } catch (const SqlError&) {
+      // A prompt left uncounted costs a statistic; a failed answer would cost the prompt its cards.
+    }
+  }
   const auto scope = callerScope(context, primed.cwd, primed.session, primed.writer.value_or(""));
   wire::answer::Primed answer{.cards = {}, .distilled = false, .shortcut = {}, .justEnded = {}};
   if (const auto ask = shortcutAsk(primed.prompt)) answer.shortcut = shortcutInjection(context, *ask, scope);

@@ -38,6 +38,7 @@ constexpr auto kStopWords = std::to_array<std::string_view>({
     "won't", "work", "works", "would", "wouldn't", "write", "yes", "yet", "you", "you'd", "you'll", "you're",
     "you've", "your", "yours", "yourself", "yourselves",
 });
+static_assert(std::ranges::is_sorted(kStopWords));
 
 // Whether the text holds a letter or a digit in any script.
 bool holdsWordCharacter(std::string_view text) {
@@ -242,7 +243,8 @@ std::optional<double> timeBound(std::string_view text, bool upper) {
       if (at < text.size() && (text[at] == '.' || text[at] == ',')) {
         double scale = 0.1;
         const std::size_t start = ++at;
-        for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at, scale /= 10) fraction += (text[at] - '0') * scale;
+        for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at, scale /= 10)
+          fraction += (text[at] - '0') * scale;
         if (at == start) return std::nullopt;
       }
     }

@@ -59,7 +59,8 @@ std::string savedWhen(const Memory& memory, double now) {
 
 std::optional<ShortcutAsk> shortcutAsk(std::string_view prompt) {
   const std::string typed = trimmed(prompt);
-  if (typed == "?" || typed == "\\?") return ShortcutAsk{.kind = ShortcutAsk::Kind::frontDoor, .name = {}, .argument = {}};
+  if (typed == "?" || typed == "\\?")
+    return ShortcutAsk{.kind = ShortcutAsk::Kind::frontDoor, .name = {}, .argument = {}};
   if (typed == "\\") return ShortcutAsk{.kind = ShortcutAsk::Kind::list, .name = {}, .argument = {}};
   if (typed.size() < 2 || typed.front() != '\\' || isBlank(typed[1])) return std::nullopt;
   std::string_view rest = std::string_view(typed).substr(1);

@@ -40,7 +40,9 @@ std::string clipped(std::string_view text, std::size_t characters) {
   return line.substr(0, lastBlank != std::string::npos && lastBlank > 0 ? lastBlank : cut) + "…";
 }
 
-wire::GatewayResponse failure(std::string message) { return wire::GatewayResponse{wire::answer::Failure{std::move(message)}}; }
+wire::GatewayResponse failure(std::string message) {
+  return wire::GatewayResponse{wire::answer::Failure{std::move(message)}};
+}
 wire::GatewayResponse text(std::string value) { return wire::GatewayResponse{wire::answer::Text{std::move(value)}}; }
 
 std::string trimmed(std::string_view value) {

@@ -165,8 +165,9 @@ void timedCalls(benchmark::State& state, const std::vector<wire::GatewayRequest>
 }
 
 wire::GatewayRequest primedRequest(std::string prompt) {
-  return readRequest(wire::read::Primed{.prompt = std::move(prompt), .cwd = "/home/mara/code/quillon", .writer = "bench",
-                                        .session = "bench-session", .transcript = {}, .countsPrompt = true});
+  return readRequest(wire::read::Primed{.prompt = std::move(prompt), .cwd = "/home/mara/code/quillon",
+                                        .writer = "bench", .session = "bench-session", .transcript = {},
+                                        .countsPrompt = true});
 }
 
 void BM_PrimedOrdinary(benchmark::State& state) {

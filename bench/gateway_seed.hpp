@@ -91,7 +91,8 @@ class SeedWords {
     vocabulary_.erase(std::unique(vocabulary_.begin(), vocabulary_.end()), vocabulary_.end());
     std::shuffle(vocabulary_.begin(), vocabulary_.end(), random);
     double total = 0;
-    for (std::size_t rank = 0; rank < vocabulary_.size(); ++rank) cumulative_.push_back(total += 1.0 / static_cast<double>(rank + 1));
+    for (std::size_t rank = 0; rank < vocabulary_.size(); ++rank)
+      cumulative_.push_back(total += 1.0 / static_cast<double>(rank + 1));
   }
 
   std::vector<std::string> vocabulary_;

@@ -85,7 +85,8 @@ int main(int argc, char** argv) {
     }
     gateway.now = kNow;
     for (const auto& mapped : set.value("folders", json::array()))
-      gateway.serve({{"notes", {{"_0", {{"mapPath", {{"folder", mapped.at("folder")}, {"path", mapped.at("scope")}}}}}}}});
+      gateway.serve(
+          {{"notes", {{"_0", {{"mapPath", {{"folder", mapped.at("folder")}, {"path", mapped.at("scope")}}}}}}}});
 
     const auto named = [&](const json& ids) {
       std::string keys;

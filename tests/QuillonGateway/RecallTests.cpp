@@ -63,8 +63,10 @@ TEST_F(RecallTest, SearchMatchesWordFormsInEveryFieldWithTheTitleWeighingMost) {
 TEST_F(RecallTest, SearchTakesWhatIsTypedAsWordsNeverAsSyntax) {
   save("The release of version 1.30 fixed ticket m:12 in src/db/migrate.ts");
   save("Do not release on Fridays");
-  for (const std::string& query : std::vector<std::string>{"\"", "\"unclosed phrase", "NEAR(release fix)", "release*", "-release", "title:release", "(release)",
-        "release AND OR NOT", "^release", "!!!", "🚀", "日本語の検索", "بحث", "{title}: x", std::string("re\0lease", 8)})
+  for (const std::string& query :
+       std::vector<std::string>{"\"", "\"unclosed phrase", "NEAR(release fix)", "release*", "-release", "title:release",
+                                "(release)", "release AND OR NOT", "^release", "!!!", "🚀", "日本語の検索", "بحث",
+                                "{title}: x", std::string("re\0lease", 8)})
     EXPECT_TRUE(search(query).contains("cards")) << query << " → " << search(query).dump();
   EXPECT_EQ(ids(search("1.30")), std::vector<std::string>{"m:1"});
   EXPECT_EQ(ids(search("m:12")), std::vector<std::string>{"m:1"});
@@ -85,7 +87,8 @@ TEST_F(RecallTest, SearchAndGrepKeepToTheirTimeBounds) {
   EXPECT_EQ(ids(search("backup", {{"from", "2026-11-20"}})), (std::vector<std::string>{"m:3", "m:2"}));
   // A bare date as the upper bound holds its whole day.
   EXPECT_EQ(ids(search("backup", {{"to", "2026-11-20"}})), (std::vector<std::string>{"m:2", "m:1"}));
-  EXPECT_EQ(ids(grep("backup", {{"from", "2026-11-19", }, {"to", "2026-11-20T23:00"}})), std::vector<std::string>{"m:2"});
+  EXPECT_EQ(ids(grep("backup", {{"from", "2026-11-19"}, {"to", "2026-11-20T23:00"}})),
+            std::vector<std::string>{"m:2"});
   EXPECT_EQ(ids(grep("backup", {{"from", "2026-11-21T11:00:00Z"}})), std::vector<std::string>{"m:3"});
   EXPECT_EQ(ids(grep("backup", {{"from", "2026-11-21T13:30:00+02:00"}})), std::vector<std::string>{"m:3"});
   EXPECT_EQ(ids(grep("backup", {{"to", "2026-11-17"}, {"from", " "}})), std::vector<std::string>{});
@@ -180,7 +183,8 @@ TEST_F(RecallTest, PrimedShowsOnlyStrongMatchesNeverRulesOrShortcuts) {
 
   const json card = primed("can you help me with deploying atlas to staging again?")["_0"];
   EXPECT_EQ(card, json::parse(R"([{"when":"2026-11-19","whenRelative":"2 days ago","chapter":"/code/atlas · recipe",
-    "gist":"Deploying atlas to staging","evidence":"Deploy atlas to staging with make deploy-staging; the health check lives at /healthz.",
+    "gist":"Deploying atlas to staging",
+    "evidence":"Deploy atlas to staging with make deploy-staging; the health check lives at /healthz.",
     "grabId":"m:1"}])"));
   EXPECT_EQ(primedIds(primed("I need to change how invoices work in billing; who should I ask?")),
             std::vector<std::string>{"m:2"});
@@ -202,22 +206,19 @@ TEST_F(RecallTest, PrimedPutsTheCallersScopeFirstAndShowsAtMostThree) {
             (std::vector<std::string>{"m:4", "m:3", "m:2"}));
 }
 
-TEST_F(RecallTest, PrimedStaysQuietAndQuickOnAnyPrompt) {
+TEST_F(RecallTest, PrimedAnswersAnyPromptAndCountsAHooksPrompts) {
   save("The quokka service listens on port 8443");
   for (int i = 0; i < 10; ++i) save("filler number " + std::to_string(i));
   std::string longPrompt;
   while (longPrompt.size() < 100'000) longPrompt += "please fix the thing and then the other thing ";
-  for (const std::string& prompt : std::vector<std::string>{longPrompt, "the and of to a in is it", "?!.,;:()[]{}", "🚀🔥✨", "日本語のテキスト", "نص عربي", "NEAR(x y) AND \"",
-        std::string("quokka\0service", 14), "*", "\\"})
+  for (const std::string& prompt :
+       std::vector<std::string>{longPrompt, "the and of to a in is it", "?!.,;:()[]{}", "🚀🔥✨", "日本語のテキスト",
+                                "نص عربي", "NEAR(x y) AND \"", std::string("quokka\0service", 14), "*", "\\"})
     EXPECT_TRUE(primed(prompt).contains("_0")) << prompt.substr(0, 40);
   // What the long prompt is about comes after all its stop words.
   EXPECT_EQ(primedIds(primed(longPrompt + " quokka service 8443")), std::vector<std::string>{"m:1"});
-}
-
-TEST_F(RecallTest, PromptsAreCountedForTheSessionThatSentThem) {
   primed("hello", {{"session", "s-1"}, {"countsPrompt", true}});
   primed("again", {{"session", "s-1"}, {"countsPrompt", true}});
-  primed("not a hook", {{"session", "s-1"}});
   EXPECT_EQ(store.promptsOf("s-1"), 2);
   EXPECT_EQ(store.promptsOf("s-2"), 0);
 }
@@ -281,8 +282,8 @@ TEST(RecallWords, BoundsAndDaysAsTheUserMeansThem) {
 
 TEST(RecallWords, PromptWordsSkipStopWordsAndRepeatsUpToTheLimit) {
   using Word = recall::PromptWord;
-  EXPECT_EQ(recall::promptWords("Please fix the (parser.cpp) crash, the PARSER crash: it's Priya's retry_backoff_ms’s "
-                                "fault. Moving on, ask Priya about JSON in parseConfig",
+  EXPECT_EQ(recall::promptWords("Please fix the (parser.cpp) crash, the PARSER crash: it's Priya's "
+                                "retry_backoff_ms’s fault. Moving on, ask Priya about JSON in parseConfig",
                                 12),
             (std::vector<Word>{{"parser.cpp", true}, {"crash", false}, {"PARSER", false}, {"Priya", true},
                                {"retry_backoff_ms", true}, {"fault", false}, {"Moving", false}, {"JSON", false},

@@ -136,12 +136,6 @@ TEST_F(StoreGatewayTest, GrabOfAnythingButAStoredMemoryIsNoThing) {
   EXPECT_EQ(read("grab", {{"id", "m:1"}, {"full", true}})["thing"]["_0"]["title"], "a note");
 }
 
-TEST_F(StoreGatewayTest, ALongTextGetsATitleCutAtAWord) {
-  write(std::string("Quillon keeps every memory in one store so that recall, rules and shortcuts agree on it"));
-  EXPECT_EQ(read("grab", {{"id", "m:1"}, {"full", false}})["thing"]["_0"]["title"],
-            "Quillon keeps every memory in one store so that recall,…");
-}
-
 TEST_F(StoreGatewayTest, ScopesSessionsAndFolders) {
   write("r", {{"type", "rule"}, {"path", "/code"}});
   write("n", {{"path", "/code"}});
