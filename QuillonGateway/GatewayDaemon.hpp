@@ -33,6 +33,8 @@ struct DaemonSettings {
   std::string storePath() const { return dataFolder + "/store.db"; }
   std::string logPath() const { return dataFolder + "/gateway.log"; }
   std::string diagnosticLogPath() const { return dataFolder + "/diagnostic.log"; }
+  // Where the bridges send the model for the runbooks: the same rule puts it beside the store.
+  std::string runbooksFolder() const { return dataFolder + "/runbooks"; }
 };
 
 class GatewayDaemon {

@@ -20,6 +20,7 @@
 #include "QuillonGateway/BoundedLog.hpp"
 #include "QuillonGateway/GatewayDaemon.hpp"
 #include "QuillonGateway/MemoryStore.hpp"
+#include "QuillonGateway/Runbooks.hpp"
 #include "QuillonGateway/Sqlite.hpp"
 #include "QuillonGateway/StoreGateway.hpp"
 #include "QuillonKit/DoorFrame.hpp"
@@ -228,6 +229,13 @@ std::variant<std::unique_ptr<GatewayDaemon>, std::string> GatewayDaemon::start(c
   state->log = std::make_unique<BoundedLog>(settings.logPath(), BoundedLog::kDefaultMaxBytes,
                                             settings.echoLog);
   state->diagnostics = std::make_unique<BoundedLog>(settings.diagnosticLogPath());
+  {
+    std::vector<std::string> problems;
+    const auto placed = placeMissingRunbooks(settings.runbooksFolder(), problems);
+    if (!placed.empty())
+      state->log->write("runbooks: put " + std::to_string(placed.size()) + " missing into " + settings.runbooksFolder());
+    for (const auto& problem : problems) state->log->write("runbooks: " + problem);
+  }
 
   state->storePath = settings.storePath();
   try {

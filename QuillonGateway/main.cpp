@@ -41,6 +41,7 @@ void printPaths(const quillon::gateway::DaemonSettings& settings) {
       {"quillon_store", settings.storePath()},
       {"quillon_log", settings.logPath()},
       {"quillon_diagnostics", settings.diagnosticLogPath()},
+      {"quillon_runbooks", settings.runbooksFolder()},
   };
   for (const auto& [name, value] : paths) std::printf("%s=%s\n", name, shellQuoted(value).c_str());
 }

@@ -439,7 +439,8 @@ TEST_F(GatewayProcess, SaysItsVersionAndWhereItServesAndKeepsItsFiles) {
             "quillon_data=" + data + "'\n"
             "quillon_store=" + data + "/store.db'\n"
             "quillon_log=" + data + "/gateway.log'\n"
-            "quillon_diagnostics=" + data + "/diagnostic.log'\n");
+            "quillon_diagnostics=" + data + "/diagnostic.log'\n"
+            "quillon_runbooks=" + data + "/runbooks'\n");
   EXPECT_EQ(paths.wait(), 0);
   EXPECT_FALSE(exists(temp.path() + "/it's data"));  // asking creates nothing
 }

@@ -1,0 +1,21 @@
+# Writes OUTPUT: a C++ source holding every runbook of SOURCE (runbooks/*.md) as a string, so the
+# gateway can put a missing runbook into the user's runbooks root wherever it was installed.
+# Run as a script (cmake -DSOURCE=… -DOUTPUT=… -P EmbedRunbooks.cmake) by the gateway's build.
+file(GLOB files "${SOURCE}/*.md")
+list(SORT files)
+set(out "// Made by the build from runbooks/*.md; edit those, not this.\n")
+string(APPEND out "#include \"QuillonGateway/Runbooks.hpp\"\n\nnamespace quillon::gateway {\n\n")
+string(APPEND out "const std::vector<RunbookText>& shippedRunbooks() {\n  static const std::vector<RunbookText> runbooks = {\n")
+foreach(file IN LISTS files)
+  get_filename_component(name "${file}" NAME)
+  file(READ "${file}" text)
+  string(FIND "${text}" ")runbook\"" clash)
+  if(NOT clash EQUAL -1)
+    message(FATAL_ERROR "${file} holds the text that ends its C++ string: )runbook\"")
+  endif()
+  string(APPEND out "      {\"${name}\", R\"runbook(${text})runbook\"},\n")
+endforeach()
+string(APPEND out "  };\n  return runbooks;\n}\n\n}  // namespace quillon::gateway\n")
+file(WRITE "${OUTPUT}.new" "${out}")
+file(COPY_FILE "${OUTPUT}.new" "${OUTPUT}" ONLY_IF_DIFFERENT)
+file(REMOVE "${OUTPUT}.new")
