@@ -120,7 +120,21 @@ GatewayResponse answer(VerbContext& context, const wire::read::StandingRules& re
   for (const auto& level : chain)
     if (auto rules = context.store.rulesAt(level); !rules.empty())
       walk.levels.push_back(wire::RulesWalk::Level{.path = level, .rules = std::move(rules)});
-  return GatewayResponse{wire::answer::StandingWalk{std::move(walk)}};
+  // The card is what a session start shows: the same rules, compact, with a pointer to this walk
+  // for a hook whose ceiling the card outgrows. With no rule in force there is no card either.
+  if (!request.card || walk.levels.empty()) return GatewayResponse{wire::answer::StandingWalk{std::move(walk)}};
+  std::string card;
+  std::int64_t count = 0;
+  for (const auto& level : walk.levels) {
+    card += (card.empty() ? "" : "\n") + level.path + (level.path == "/" ? " (everywhere)" : "");
+    for (const auto& rule : level.rules) card += "\n- " + rule;
+    count += static_cast<std::int64_t>(level.rules.size());
+  }
+  if (walk.overflow > 0) card += "\n…" + std::to_string(walk.overflow) + " more at deeper levels";
+  return GatewayResponse{wire::answer::RulesCard{
+      .scope = scope, .announce = {}, .card = std::move(card), .note = {}, .onboarding = {},
+      .pointer = plural(count, "standing rule applies", "standing rules apply") + " at " + scope +
+                 "; rules_get with this folder as cwd shows them."}};
 }
 
 }  // namespace quillon::gateway

@@ -177,6 +177,14 @@ TEST_F(StoreGatewayTest, StandingRulesWalkTheChainFromTheNamedSessionOrFolderSco
   notes("setPath", {{"path", "/code"}, {"writer", "codex"}, {"session", "s1"}});
   EXPECT_EQ(walk({{"cwd", "/home/mq/code/quillon"}, {"session", "s1"}}),
             json::parse(R"({"path":"/code","levels":[{"path":"/","rules":["Always run the tests"]}],"overflow":2})"));
+  // A session start asks for the card: the same rules, compact, and a pointer for a tight ceiling.
+  EXPECT_EQ(read("standingRules", {{"card", true}, {"cwd", "/home/mq/code/quillon"}}),
+            json::parse(R"({"rulesCard":{"scope":"/code/quillon",
+              "card":"/ (everywhere)\n- Always run the tests\n/code/quillon\n- Use tabs\n…1 more at deeper levels",
+              "pointer":"2 standing rules apply at /code/quillon; rules_get with this folder as cwd shows them."}})"));
+  notes("delete", {{"id", "m:1"}});
+  notes("delete", {{"id", "m:2"}});
+  EXPECT_TRUE(read("standingRules", {{"card", true}, {"cwd", "/tmp"}}).contains("standingWalk"));
 }
 
 TEST_F(StoreGatewayTest, SelfNamesReadReplaceAndRefuse) {
