@@ -14,7 +14,7 @@ purpose="${1:-test}"
 # dependencies, so libheif-dev brings all that reading stored frames and making test frames needs.
 packages=(
   build-essential g++ cmake make ninja-build pkg-config
-  nlohmann-json3-dev libutf8proc-dev libsqlite3-dev libheif-dev libpng-dev libjpeg-dev
+  nlohmann-json3-dev libutf8proc-dev libsqlite3-dev libheif-dev libpng-dev libjpeg-dev libtomlplusplus-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 # The demo and the tests run Node.js; the SDK comes through npm, over HTTPS.
