@@ -33,8 +33,8 @@ test: test-plain test-sanitize
 run: build
 	./$(BUILD)/bin/quillon-mcp
 
-# Builds only the bridge and the gateway, then starts the gateway in the background unless one
-# already serves, and says where it keeps its files and how to register the bridge. With nothing
+# Builds only the bridge, the gateway and the hook, then starts the gateway in the background unless
+# one already serves, and says where it keeps its files and how to put Quillon into an agent. With nothing
 # changed it takes a fraction of a second: the packages are probed in one dpkg-query, the build
 # folder is configured only when it has no build system yet (cmake --build configures again by
 # itself when a CMakeLists.txt changes), and the SDK, which only the tests use, is left alone.
@@ -42,7 +42,7 @@ start:
 	@./scripts/install-deps.sh start
 	@test -f $(BUILD)/Makefile || test -f $(BUILD)/build.ninja || \
 	  cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
-	@cmake --build $(BUILD) -j $(JOBS) --target quillon-mcp quillon-gateway
+	@cmake --build $(BUILD) -j $(JOBS) --target quillon-mcp quillon-gateway quillon-hook
 	@./scripts/start-gateway.sh $(BUILD)
 
 stop:

@@ -3,6 +3,7 @@
 //   grab                 round trip of one grab of a random existing memory (median, p90, p99)
 //   memory_get_by_type   round trip listing queued tickets, a full page of 200 (median, p90, p99)
 //   memory_get_relevant  round trip of the primed lane on an ordinary prompt (median, p90, p99)
+//   quillon-hook prompt  spawn to exit of the prompt hook, beside cat as the floor
 //   memory_add           sequential writes for a few seconds from one bridge (writes per second),
 //                        then from several bridges at once
 // Everything runs in a temporary folder of its own (data, runtime folder, a test service name),
@@ -40,6 +41,7 @@ constexpr std::int64_t kMemories = 100000;
 constexpr int kGrabs = 3000;
 constexpr int kListings = 300;
 constexpr int kPrimes = 1000;
+constexpr int kHookRuns = 300;
 constexpr double kWriteSeconds = 3.0;
 constexpr int kConcurrentBridges = 4;
 
@@ -294,6 +296,32 @@ int main(int argc, char** argv) {
     if (!answered(reply, "memory_get_relevant")) return 1;
   }
 
+  // The agent's prompt hook: quillon-hook spawned with the hook JSON on its input, until it exits;
+  // beside it cat, the floor of spawning any program and moving the bytes.
+  const std::string hookPath = std::filesystem::path(bridgePath).parent_path() / "quillon-hook";
+  const auto spawnToExit = [&](const std::string& program, const std::string& argument, const std::string& input) {
+    const auto begin = Clock::now();
+    PipedChild child(program, argument, environment.get());
+    child.send(input);
+    ::close(child.in);
+    char sink[1 << 16];
+    while (::read(child.out, sink, sizeof sink) > 0) {
+    }
+    ::close(child.out);
+    int status = 0;
+    ::waitpid(child.pid, &status, 0);
+    return micros(begin);
+  };
+  std::vector<double> hooks, cats;
+  for (int i = 0; i < kHookRuns; ++i) {
+    std::string prompt = "please look at why the";
+    for (int w = 0; w < 4; ++w) prompt += " " + vocabulary.drawn(random);
+    const std::string input = R"({"session_id":"bench-hook","prompt":")" + prompt +
+                              R"(","cwd":"/home/mara/code","hook_event_name":"UserPromptSubmit"})";
+    hooks.push_back(spawnToExit(hookPath, "prompt", input));
+    cats.push_back(spawnToExit("/bin/cat", "", input));
+  }
+
   std::printf("%-44s %10s %10s %10s\n", "round trip over pipes and the door", "median", "p90", "p99");
   std::printf("%-44s %7.0f us %7.0f us %7.0f us\n", "grab m:<random id>", at(grabs, 0.5), at(grabs, 0.9), at(grabs, 0.99));
   std::printf("%-44s %7.0f us %7.0f us %7.0f us\n", "memory_get_by_type ticket status=queued", at(listings, 0.5),
@@ -302,6 +330,10 @@ int main(int argc, char** argv) {
               at(primes, 0.9), at(primes, 0.99));
   std::printf("(%d grabs, %d listings of %zu bytes each, %d prompts, one bridge, sequential)\n", kGrabs, kListings,
               listingBytes, kPrimes);
+  std::printf("%-44s %7.0f us %7.0f us %7.0f us\n", "quillon-hook prompt, spawn to exit", at(hooks, 0.5),
+              at(hooks, 0.9), at(hooks, 0.99));
+  std::printf("%-44s %7.0f us %7.0f us %7.0f us\n", "cat, spawn to exit (the floor)", at(cats, 0.5), at(cats, 0.9),
+              at(cats, 0.99));
   std::fflush(stdout);
 
   const auto one = writeUntil(bridge, Clock::now() + std::chrono::duration_cast<Clock::duration>(

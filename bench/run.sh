@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 build="${1:-build}"
 targets=(quillon-mcp canned_echo stdio_bench)
 # The development gateway and its benchmarks exist on Linux only.
-if [ "$(uname -s)" = Linux ]; then targets+=(quillon-gateway gateway_stdio_bench gateway_benchmark recall_quality); fi
+if [ "$(uname -s)" = Linux ]; then targets+=(quillon-gateway quillon-hook gateway_stdio_bench gateway_benchmark recall_quality); fi
 cmake --build "$build" --target "${targets[@]}" -j "$(nproc)" >/dev/null
 # The floor answers tools/list with a catalogue of the same size as the bridge's.
 catalogue="$(mktemp)"

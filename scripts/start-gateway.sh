@@ -78,6 +78,7 @@ make_args=""
 string="${bridge//\\/\\\\}"
 string="\"${string//\"/\\\"}\""
 word="$(printf '%q' "$bridge")"
+hook_word="$(printf '%q' "$(dirname "$bridge")/quillon-hook")"
 
 cat <<EOF
 
@@ -87,7 +88,12 @@ cat <<EOF
           $quillon_diagnostics
   bridge  $bridge
 
-Register the bridge with your agent (more in README.md, "Register the bridge with an agent").
+Put Quillon into your agent: its MCP server, and the hooks that bring your rules and memory to
+every prompt (claude, codex, cursor, opencode or all; --dry-run shows what would change first):
+
+    $hook_word install --agent claude
+
+Or register only the bridge by hand (more in README.md, "Register the bridge with an agent").
 
 Claude Code, in a shell:
 

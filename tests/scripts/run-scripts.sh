@@ -47,6 +47,8 @@ started="$(expect 0 "Started the Quillon gateway" "$scripts/start-gateway.sh" "$
 block() { awk -v head="$1" 'index($0, head) == 1 {on = 1; next} on && /^    / {print substr($0, 5); seen = 1; next}
                              on && seen {exit}' <<<"$started"; }
 
+eval "set -- $(block "Put Quillon")"
+[ "$*" = "$(dirname "$bridge")/quillon-hook install --agent claude" ] || fail "the install line gives: $*"
 claude() { [ "$*" = "mcp add --scope user quillon -- $bridge" ] || fail "Claude Code line gives: $*"; }
 line="$(block "Claude Code")"
 eval "$line"
