@@ -139,12 +139,29 @@ TEST_F(HookProcess, AnythingWrongIsSilenceAndStatusZeroWithTheReasonLogged) {
   EXPECT_NE(log.find("hook: prompt --agent claude: the hook's input holds no prompt string"), std::string::npos);
 }
 
-TEST_F(HookProcess, InstallPutsTheBuiltBridgeAndHookIntoAnAgent) {
+TEST_F(HookProcess, InstalledIntoAFreshHomeTheHookClaudeRunsBringsRulesAndMemory) {
+  startGateway();
+  save("Never force-push to main", {{"type", "rule"}});
+  save("Deploy atlas with make release-stg, then watch the rollout.",
+       {{"type", "recipe"}, {"title", "Deploying atlas to staging"}});
+  for (int i = 0; i < 10; ++i) save("garden note " + std::to_string(i));
+
   const auto installed = hook({"install", "--agent", "claude"}, "");
   EXPECT_EQ(installed.status, 0) << installed.output << installed.errors;
   const std::string folder = std::filesystem::path(QUILLON_HOOK_PATH).parent_path().string();
   const json claude = json::parse(contents(temp.path() + "/home/.claude.json"));
   EXPECT_EQ(claude["mcpServers"]["quillon"]["command"], std::filesystem::canonical(folder + "/quillon-mcp").string());
+
+  // The command as Claude Code runs it: through a shell, the hook JSON on its input.
+  const json settings = json::parse(contents(temp.path() + "/home/.claude/settings.json"));
+  const std::string command = settings["hooks"]["UserPromptSubmit"][0]["hooks"][0]["command"];
+  ChildProcess shell("/bin/sh", environment(service), ChildProcess::Inherit::nothing, {"-c", command});
+  shell.write(json{{"session_id", "s-9"}, {"prompt", "how does deploying atlas to staging go?"}, {"cwd", "/tmp"}}.dump());
+  shell.closeInput();
+  const std::string output = shell.readRemainingOutput();
+  EXPECT_NE(output.find("- Never force-push to main\n</user-rules>\n\n<quillon-memory>\n"), std::string::npos) << output;
+  EXPECT_NE(output.find("  Deploying atlas to staging\n"), std::string::npos) << output;
+
   EXPECT_EQ(hook({"uninstall", "--agent", "claude"}, "").status, 0);
   EXPECT_FALSE(std::filesystem::exists(temp.path() + "/home/.claude.json"));
   const auto unknown = hook({"install", "--agent", "emacs"}, "");
