@@ -292,6 +292,8 @@ Json commandHook(const std::string& command, int timeout) {
 
 void claude(Files& files, SetupAction action, const SetupPaths& paths) {
   if (action == SetupAction::install) {
+    files.note("Claude Code rewrites ~/.claude.json while it runs: if the quillon server goes missing, close Claude "
+               "Code and install again.");
     files.editJson(".claude.json", [&](Json& document) {
       return putEntry(document, "mcpServers", "quillon",
                       Json{{"type", "stdio"}, {"command", paths.bridge}, {"args", Json::array()}, {"env", Json::object()}});

@@ -97,7 +97,7 @@ TEST_F(AgentSetupTest, EveryAgentInAnEmptyHomeAndOutAgainLeavesNoFile) {
 
   const auto installed = run(SetupAction::install, knownAgents());
   EXPECT_FALSE(installed.failed);
-  EXPECT_EQ(installed.notes.size(), 1u);  // Codex asks the user to trust the hooks
+  EXPECT_EQ(installed.notes.size(), 2u);  // Claude Code rewrites its file; Codex asks to trust the hooks
   EXPECT_EQ(get(".codex/config.toml"), "[mcp_servers.quillon]\ncommand = \"/opt/q/quillon-mcp\"\nargs = []\n");
   EXPECT_EQ(json::parse(get(".codex/hooks.json"))["hooks"]["SessionStart"][0]["hooks"][0]["command"],
             "/opt/q/quillon-hook session-start --agent codex");
