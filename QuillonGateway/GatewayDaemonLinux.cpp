@@ -119,6 +119,14 @@ struct GatewayDaemon::State {
   std::mutex lock_;
   std::condition_variable ended;
   std::set<int> connections;  // guarded by lock_: the sockets being served, shut down on stop
+  // Store connections whose client went away, kept warm for the next one: a prompt hook connects
+  // for two requests, and a fresh connection would prepare its statements and fill its page
+  // cache from cold every time. Guarded by lock_.
+  std::vector<std::unique_ptr<MemoryStore>> idleStores;
+  static constexpr std::size_t kMaxIdleStores = 8;
+
+  std::unique_ptr<MemoryStore> takeStore();
+  void giveBack(std::unique_ptr<MemoryStore> store);
 
   void serveConnection(int fd);
   std::optional<std::string> answer(std::string_view line, std::unique_ptr<MemoryStore>& store,
@@ -154,11 +162,7 @@ std::optional<std::string> GatewayDaemon::State::answer(std::string_view line, s
   if (message.payload) {
     if (auto request = wire::decodeRequest(*message.payload)) {
       if (!store) {
-        try {
-          store = std::make_unique<MemoryStore>(storePath);
-        } catch (const SqlError& error) {
-          log->write(std::string("cannot open the store: ") + error.what());
-        }
+        store = takeStore();
         if (store)
           gateway = std::make_unique<StoreGateway>(
               *store,
@@ -181,6 +185,29 @@ std::optional<std::string> GatewayDaemon::State::answer(std::string_view line, s
   auto encoded = wire::encode(response);
   if (!encoded) encoded = wire::encode(wire::GatewayResponse{wire::answer::Failure{"the answer could not be encoded"}});
   return replyLine(*decoded->id, encoded.value(), servedMs);
+}
+
+std::unique_ptr<MemoryStore> GatewayDaemon::State::takeStore() {
+  {
+    std::lock_guard guard(lock_);
+    if (!idleStores.empty()) {
+      auto store = std::move(idleStores.back());
+      idleStores.pop_back();
+      return store;
+    }
+  }
+  try {
+    return std::make_unique<MemoryStore>(storePath);
+  } catch (const SqlError& error) {
+    log->write(std::string("cannot open the store: ") + error.what());
+    return nullptr;
+  }
+}
+
+void GatewayDaemon::State::giveBack(std::unique_ptr<MemoryStore> store) {
+  if (!store) return;
+  std::lock_guard guard(lock_);
+  if (idleStores.size() < kMaxIdleStores) idleStores.push_back(std::move(store));
 }
 
 void GatewayDaemon::State::serveConnection(int fd) {
@@ -209,6 +236,8 @@ void GatewayDaemon::State::serveConnection(int fd) {
       break;
     }
   }
+  gateway.reset();
+  giveBack(std::move(store));
   std::lock_guard guard(lock_);
   connections.erase(fd);
   ::close(fd);

@@ -118,6 +118,9 @@ inline gateway::Memory seedMemory(std::mt19937_64& random, std::int64_t index, s
 
   gateway::Memory memory;
   memory.type = std::string(kind.type);
+  // A person keeps tens of standing rules, not thousands: all of them ride every prompt. One in
+  // 150 of the rule share stays a rule (about 40 in 100,000); the rest are notes.
+  if (memory.type == "rule" && random() % 150 != 0) memory.type = "note";
   memory.scope = std::string(kind.scopes[random() % kind.scopes.size()]);
   memory.text = seedText(random, 20 + static_cast<int>(random() % 40));
   memory.why = seedText(random, 8);
