@@ -172,7 +172,7 @@ class Files {
  private:
   void say(const std::string& relative, const std::string& what) {
     if (!what.empty()) {
-      report_.lines.push_back("~/" + relative + ": " + (dryRun_ ? "would have " : "") + what);
+      report_.lines.push_back("~/" + relative + (dryRun_ ? " (a dry run: not written): " : ": ") + what);
     } else {
       report_.lines.push_back("~/" + relative + ": " +
                               (action_ == SetupAction::install ? "already set up" : "nothing of Quillon's in it"));
@@ -187,16 +187,21 @@ class Files {
   void commit(const std::string& relative, const std::optional<std::string>& before, const std::string& after,
               const std::string& what, bool remove) {
     if (before && *before == after && !remove) return say(relative, "");
-    if (dryRun_) return say(relative, what + (remove ? ", and removed the file install made" : ""));
     const std::string path = at(relative);
-    if (before && !fs::exists(path + ".bak"))
+    // Uninstall giving back what the .bak holds: the file is as it was, and the .bak goes too.
+    const auto kept = readFile(path + ".bak");
+    const bool restoring = action_ == SetupAction::uninstall && kept && *kept == after;
+    const std::string said = what + (remove ? ", and removed the file install made" : "");
+    if (dryRun_) return say(relative, said);
+    if (before && !remove && !restoring && !kept)
       if (auto problem = writeFile(path + ".bak", *before)) return refuse(relative, "could not be kept: " + *problem);
     if (remove) {
       if (::unlink(path.c_str()) != 0) return refuse(relative, std::string("could not be removed: ") + std::strerror(errno));
-      return say(relative, what + ", and removed the file install made");
+    } else if (auto problem = writeFile(path, after)) {
+      return refuse(relative, "could not be written: " + *problem);
     }
-    if (auto problem = writeFile(path, after)) return refuse(relative, "could not be written: " + *problem);
-    say(relative, what);
+    if (restoring) ::unlink((path + ".bak").c_str());
+    say(relative, said);
   }
 
   const SetupPaths& paths_;

@@ -14,7 +14,7 @@
 // nothing. Hook entries are Quillon's when their command runs a program named quillon-hook.
 // Before the first change a file's previous content is kept beside it as <file>.bak; uninstall
 // removes exactly what install added, and when what is left is what the .bak holds it puts those
-// very bytes back, so install and uninstall leave a file as it was. A file that does not parse is
+// very bytes back (and drops the .bak), so install and uninstall leave a file as it was. A file that does not parse is
 // left untouched, and the run says so and fails.
 #pragma once
 

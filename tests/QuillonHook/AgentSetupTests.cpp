@@ -86,13 +86,14 @@ TEST_F(AgentSetupTest, ClaudeKeepsTheUsersOwnAndUninstallGivesBackTheBytes) {
   run(SetupAction::uninstall, {"claude"});
   EXPECT_EQ(get(".claude.json"), config);
   EXPECT_EQ(get(".claude/settings.json"), settings);
+  EXPECT_FALSE(has(".claude.json.bak") || has(".claude/settings.json.bak"));
   EXPECT_EQ(run(SetupAction::uninstall, {"claude"}).lines[0], "~/.claude.json: nothing of Quillon's in it");
 }
 
 TEST_F(AgentSetupTest, EveryAgentInAnEmptyHomeAndOutAgainLeavesNoFile) {
   const auto dry = run(SetupAction::install, knownAgents(), true);
   EXPECT_EQ(dry.lines.size(), 7u);
-  EXPECT_EQ(dry.lines[2], "~/.codex/config.toml: would have added [mcp_servers.quillon]");
+  EXPECT_EQ(dry.lines[2], "~/.codex/config.toml (a dry run: not written): added [mcp_servers.quillon]");
   EXPECT_FALSE(has(".claude.json"));
 
   const auto installed = run(SetupAction::install, knownAgents());
@@ -108,9 +109,9 @@ TEST_F(AgentSetupTest, EveryAgentInAnEmptyHomeAndOutAgainLeavesNoFile) {
             json::parse(R"({"mcp":{"quillon":{"type":"local","command":["/opt/q/quillon-mcp"],"enabled":true}}})"));
 
   EXPECT_FALSE(run(SetupAction::uninstall, knownAgents()).failed);
-  for (const char* file : {".claude.json", ".claude/settings.json", ".codex/config.toml", ".codex/hooks.json",
-                           ".cursor/mcp.json", ".cursor/hooks.json", ".config/opencode/opencode.json"})
-    EXPECT_FALSE(has(file)) << file;
+  for (const std::string file : {".claude.json", ".claude/settings.json", ".codex/config.toml", ".codex/hooks.json",
+                                 ".cursor/mcp.json", ".cursor/hooks.json", ".config/opencode/opencode.json"})
+    EXPECT_FALSE(has(file) || has(file + ".bak")) << file;
 }
 
 TEST_F(AgentSetupTest, CodexConfigKeepsItsCommentsAndLayout) {
@@ -123,6 +124,7 @@ TEST_F(AgentSetupTest, CodexConfigKeepsItsCommentsAndLayout) {
   EXPECT_EQ(run(SetupAction::install, {"codex"}).lines[0], "~/.codex/config.toml: already set up");
   run(SetupAction::uninstall, {"codex"});
   EXPECT_EQ(get(".codex/config.toml"), config);
+  EXPECT_FALSE(has(".codex/config.toml.bak"));
 
   // A quillon table of the user's own, mid-file: replaced where it stands.
   put(".codex/config.toml", "[mcp_servers.quillon]\ncommand = \"old\" # mine\n\n[profiles.work]\nx = 1\n");
