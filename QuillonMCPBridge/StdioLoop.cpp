@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -57,7 +58,10 @@ std::size_t sequenceLength(std::string_view s, std::size_t i, std::size_t& bad) 
 
 }  // namespace
 
-std::string repairedUTF8(std::string_view bytes) {
+std::string repairedUTF8(std::string_view bytes) { return *repairedUTF8Within(bytes, SIZE_MAX); }
+
+std::optional<std::string> repairedUTF8Within(std::string_view bytes, std::size_t maxBytes) {
+  if (bytes.size() > maxBytes) return std::nullopt;
   std::string out;
   std::size_t copied = 0;  // bytes[copied, i) are well-formed and not yet appended
   std::size_t i = 0;
@@ -71,6 +75,8 @@ std::string repairedUTF8(std::string_view bytes) {
       i += length;
       continue;
     }
+    // Each replacement adds at most two bytes over the ones it replaces.
+    if (out.size() + (i - copied) + 3 + (bytes.size() - i - bad) > maxBytes) return std::nullopt;
     if (out.empty()) out.reserve(bytes.size() + 16);
     out.append(bytes.substr(copied, i - copied));
     out.append(kReplacement);
@@ -82,11 +88,69 @@ std::string repairedUTF8(std::string_view bytes) {
   return out;
 }
 
+namespace {
+
+// The value of the four hex digits at `at`, or -1.
+int hexQuad(std::string_view s, std::size_t at) {
+  if (at + 4 > s.size()) return -1;
+  int value = 0;
+  for (std::size_t k = at; k < at + 4; ++k) {
+    const char c = s[k];
+    const int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+    if (digit < 0) return -1;
+    value = value * 16 + digit;
+  }
+  return value;
+}
+
+}  // namespace
+
+std::string withLoneSurrogatesReplaced(std::string_view text) {
+  std::string out;
+  std::size_t copied = 0;
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (!inString) {
+      inString = c == '"';
+      continue;
+    }
+    if (c == '"') {
+      inString = false;
+      continue;
+    }
+    if (c != '\\' || i + 1 >= text.size()) continue;
+    if (text[i + 1] != 'u') {
+      ++i;  // the escaped character, whatever it is
+      continue;
+    }
+    const int unit = hexQuad(text, i + 2);
+    if (unit < 0xD800 || unit > 0xDFFF) {
+      i += 1;
+      continue;
+    }
+    const bool high = unit <= 0xDBFF;
+    const int next = i + 7 < text.size() && text[i + 6] == '\\' && text[i + 7] == 'u' ? hexQuad(text, i + 8) : -1;
+    if (high && next >= 0xDC00 && next <= 0xDFFF) {
+      i += 11;  // a whole pair
+      continue;
+    }
+    out.append(text.substr(copied, i - copied)).append("\\ufffd");
+    i += 5;
+    copied = i + 1;
+  }
+  if (copied == 0) return std::string(text);
+  return out.append(text.substr(copied));
+}
+
 std::optional<json> parseFrame(std::string_view line) {
   // Real messages nest a few levels; a parser would happily build a 100,000-deep value that later
   // recursion (serialising an echoed id, freeing it) could not survive.
   if (wire::holdsNulByte(line) || wire::nestsDeeperThan(line, StdioLoop::kMaxDepth)) return std::nullopt;
   json value = json::parse(line, nullptr, /*allow_exceptions=*/false);
+  // Only a line the parser refused is scanned for lone surrogates: well-formed input pays nothing.
+  if (value.is_discarded() && line.find("\\u") != std::string_view::npos)
+    value = json::parse(withLoneSurrogatesReplaced(line), nullptr, /*allow_exceptions=*/false);
   if (value.is_discarded() || !value.is_object()) return std::nullopt;
   return value;
 }
@@ -132,7 +196,12 @@ bool StdioLoop::writeLine(std::string_view line) {
 bool StdioLoop::take(std::string_view raw) {
   if (!raw.empty() && raw.back() == '\r') raw.remove_suffix(1);  // a CR LF ending is one ending
   if (raw.empty()) return true;
-  const std::string line = repairedUTF8(raw);
+  const auto repaired = repairedUTF8Within(raw, kMaxLineBytes);
+  if (!repaired) {
+    if (note_) note_(unparseableNote(raw.size()));
+    return true;
+  }
+  const std::string& line = *repaired;
   auto message = parseFrame(line);
   if (!message) {
     if (note_) note_(unparseableNote(line.size()));

@@ -25,8 +25,16 @@ class MCPExitGate;
 
 // Text with every ill-formed UTF-8 sequence replaced by U+FFFD (one per maximal ill-formed part).
 std::string repairedUTF8(std::string_view bytes);
+// The same, or nothing as soon as the repaired text would pass `maxBytes`: each bad byte becomes
+// three, so a line within the limit could otherwise triple in memory.
+std::optional<std::string> repairedUTF8Within(std::string_view bytes, std::size_t maxBytes);
 
-// The line as a JSON object, or nothing when it is not one.
+// JSON text whose string escapes of lone UTF-16 surrogates (a "\ud83d" not followed by its low
+// half, or a low half alone) are "\ufffd" instead, as a text reader would decode them; other text
+// is returned unchanged. Writers cutting a string inside an emoji produce them.
+std::string withLoneSurrogatesReplaced(std::string_view json);
+
+// The line as a JSON object, or nothing when it is not one. A lone surrogate escape reads as U+FFFD.
 std::optional<nlohmann::json> parseFrame(std::string_view line);
 
 // "unparseable stdin frame — N bytes, dropped"

@@ -28,6 +28,10 @@ TEST(Utf8Repair, IllFormedPartsBecomeReplacementCharacters) {
   EXPECT_EQ(repairedUTF8("\xED\xA0\x80"), fffd + fffd + fffd);     // a surrogate is three parts
   EXPECT_EQ(repairedUTF8("\xC0\xAF"), fffd + fffd);                // overlong
   EXPECT_EQ(repairedUTF8("\xF4\x90\x80\x80"), fffd + fffd + fffd + fffd);  // beyond U+10FFFF
+  // Repair is bounded as the raw line is: bad bytes triple.
+  EXPECT_EQ(repairedUTF8Within("a\xFF\xFF", 7), "a" + fffd + fffd);
+  EXPECT_EQ(repairedUTF8Within("a\xFF\xFF", 6), std::nullopt);
+  EXPECT_EQ(repairedUTF8Within("abc", 2), std::nullopt);
 }
 
 TEST(Frames, OnlyJsonObjectsWithinTheDepthLimitAreMessages) {
@@ -136,6 +140,17 @@ TEST(StdioLoop, InvalidUtf8IsRepairedBeforeParsing) {
   EXPECT_EQ(replies[0]["id"], "a\xEF\xBF\xBD");
 }
 
+TEST(StdioLoop, ALoneSurrogateEscapeReadsAsAReplacementCharacter) {
+  // What a writer produces when it cuts a string inside an emoji, and the pairs and escapes around it.
+  EXPECT_EQ(withLoneSurrogatesReplaced(R"({"a":"x\ud83d","b":"\ud83d\ude00","c":"\\ud83d","d":"\udE00\u00e9"})"),
+            R"({"a":"x\ufffd","b":"\ud83d\ude00","c":"\\ud83d","d":"\ufffd\u00e9"})");
+  EXPECT_EQ(withLoneSurrogatesReplaced(R"({"\ud800":1,"e":"\uD83D\u0041"})"), R"({"\ufffd":1,"e":"\ufffd\u0041"})");
+  const auto run = runLoop(R"({"id":"cut \ud83d","method":"ping"})" "\n");
+  const auto replies = lines(run.output);
+  ASSERT_EQ(replies.size(), 1u);
+  EXPECT_EQ(replies[0]["id"], "cut \xEF\xBF\xBD");
+}
+
 TEST(StdioLoop, HugeAndDeepLinesAreSurvived) {
   std::string big = "{\"id\":1,\"method\":\"ping\",\"params\":{\"pad\":\"" + std::string(10u << 20, 'x') + "\"}}\n";
   big += "{\"id\":" + std::string(100000, '[') + std::string(100000, ']') + ",\"method\":\"ping\"}\n";
@@ -156,6 +171,13 @@ TEST(StdioLoop, AnOverlongLineIsDroppedWithoutBeingKept) {
   ASSERT_EQ(run.notes.size(), 1u);
   EXPECT_EQ(run.notes[0], unparseableNote(StdioLoop::kMaxLineBytes + 10));
   EXPECT_EQ(lines(run.output).size(), 1u);
+
+  // Within the limit raw, past it once repaired: dropped, never tripled in memory.
+  std::string invalid = "{\"id\":1,\"method\":\"ping\",\"params\":{\"pad\":\"" +
+                        std::string(StdioLoop::kMaxLineBytes / 2, '\xFF') + "\"}}";
+  const auto repaired = runLoop(invalid + "\n{\"id\":9,\"method\":\"ping\"}\n");
+  EXPECT_EQ(repaired.notes, std::vector<std::string>{unparseableNote(invalid.size())});
+  EXPECT_EQ(lines(repaired.output).size(), 1u);
 }
 
 TEST(StdioLoop, DeferredSkewEndsTheLoopAfterTheOwedReply) {
