@@ -15,6 +15,18 @@ namespace {
 // The author of what the gateway writes itself (the shipped mods).
 constexpr std::string_view kOwnWriter = "quillon";
 
+// An echo line quotes a changed text only this far: enough for the agent to see the change took,
+// and a 1 MiB text is not sent back whole.
+constexpr std::size_t kMaxEchoBytes = 2000;
+
+std::optional<std::string> oversized(std::string_view text, std::string_view why,
+                                     const std::optional<std::string>& title) {
+  if (auto refusal = ShapeLaws::text(text)) return refusal;
+  if (auto refusal = ShapeLaws::why(why)) return refusal;
+  if (title) return ShapeLaws::title(trimmed(*title));
+  return std::nullopt;
+}
+
 std::size_t occurrences(std::string_view haystack, std::string_view needle) {
   std::size_t count = 0;
   for (auto at = haystack.find(needle); at != std::string_view::npos; at = haystack.find(needle, at + needle.size()))
@@ -37,6 +49,7 @@ std::string replaced(std::string_view haystack, std::string_view needle, std::st
 GatewayResponse answer(VerbContext& context, const wire::notes::Write& write) {
   if (trimmed(write.text).empty()) return failure("A memory needs 'text' — the memory itself, not empty.");
   if (trimmed(write.why).empty()) return failure("A memory needs 'why' — one line: why this is worth keeping.");
+  if (auto refusal = oversized(write.text, write.why, write.title)) return failure(*refusal);
   const auto type = trimmed(write.type).empty() ? Shaped{.value = "note", .refusal = {}} : ShapeLaws::type(write.type);
   if (!type.value) return failure(type.refusal);
   if (write.filters)
@@ -96,6 +109,7 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Edit& edit) {
     return failure("The new text is empty — omit text to keep the current one, or pass the new memory.");
   if (edit.why && trimmed(*edit.why).empty())
     return failure("The new why is empty — omit why to keep the current one, or pass the new line.");
+  if (auto refusal = oversized(edit.text.value_or(""), edit.why.value_or(""), edit.title)) return failure(*refusal);
   std::optional<std::string> type, scope;
   if (edit.type) {
     const auto shaped = ShapeLaws::type(*edit.type);
@@ -116,11 +130,11 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Edit& edit) {
   std::vector<std::string> echo;
   if (edit.text) {
     memory->text = *edit.text;
-    echo.push_back("text: " + memory->text);
+    echo.push_back("text: " + ShapeLaws::echoed(memory->text, kMaxEchoBytes));
   }
   if (edit.why) {
     memory->why = *edit.why;
-    echo.push_back("why: " + memory->why);
+    echo.push_back("why: " + ShapeLaws::echoed(memory->why, kMaxEchoBytes));
   }
   if (edit.title) {
     if (trimmed(*edit.title).empty()) {
@@ -159,7 +173,7 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Patch& patch) {
   if (!id) return failure(notAnID(patch.id));
   const std::string field = trimmed(patch.field).empty() ? "text" : trimmed(patch.field);
   if (field != "text" && field != "why" && field != "title")
-    return failure("Can't patch field '" + patch.field + "' — pass field text (the default), why or title.");
+    return failure("Can't patch field '" + ShapeLaws::echoed(patch.field, 60) + "' — pass field text (the default), why or title.");
   if (patch.find.empty()) return failure("'find' is empty — pass the exact phrase to change.");
 
   auto transaction = context.store.beginWrite();
@@ -170,11 +184,22 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Patch& patch) {
   std::string& value = field == "text" ? memory->text : field == "why" ? memory->why : *memory->title;
   const std::size_t count = occurrences(value, patch.find);
   if (count == 0)
-    return failure("'" + patch.find + "' does not appear in " + patch.id + "'s " + field +
+    return failure("'" + ShapeLaws::echoed(patch.find) + "' does not appear in " + patch.id + "'s " + field +
                    " — matching is exact, including case. grab " + patch.id + " to read it as stored.");
   if (count > 1 && !patch.replaceAll)
-    return failure("'" + patch.find + "' appears " + std::to_string(count) + " times in " + patch.id + "'s " +
+    return failure("'" + ShapeLaws::echoed(patch.find) + "' appears " + std::to_string(count) + " times in " + patch.id + "'s " +
                    field + " — add surrounding words to make it unique, or pass replace_all to change every one.");
+  // Sized before it is made: every occurrence replaced by a long string could be far too big to build.
+  const std::size_t limit = field == "text"  ? ShapeLaws::kMaxTextBytes
+                            : field == "why" ? ShapeLaws::kMaxWhyBytes
+                                             : ShapeLaws::kMaxTitleBytes;
+  const double patchedBytes = static_cast<double>(value.size()) +
+                              static_cast<double>(count) * (static_cast<double>(patch.replace.size()) -
+                                                            static_cast<double>(patch.find.size()));
+  if (patchedBytes > static_cast<double>(limit))
+    return failure("That patch would make " + patch.id + "'s " + field + " " +
+                   ShapeLaws::size(static_cast<std::size_t>(patchedBytes)) + ", over the " + ShapeLaws::size(limit) +
+                   " it holds — nothing was changed.");
   value = replaced(value, patch.find, patch.replace);
   std::vector<std::string> echo;
   if (field == "title" && trimmed(value).empty()) {
@@ -184,7 +209,7 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Patch& patch) {
     return failure("That patch would leave " + patch.id + "'s " + field +
                    " empty — pass other wording, or memory_delete the memory.");
   } else {
-    echo.push_back(field + ": " + value);
+    echo.push_back(field + ": " + ShapeLaws::echoed(value, kMaxEchoBytes));
   }
   if (count > 1) echo.push_back(std::to_string(count) + " occurrences replaced");
   memory->edited = context.now;
@@ -227,7 +252,7 @@ GatewayResponse answer(VerbContext& context, const wire::notes::ModInstall& inst
   const std::string name = trimmed(install.name);
   const ShippedMod* mod = ModShelf::find(name);
   if (mod == nullptr)
-    return failure("No mod named '" + name + "' on the shelf — it holds: " + ModShelf::names() + ".");
+    return failure("No mod named '" + ShapeLaws::echoed(name, 60) + "' on the shelf — it holds: " + ModShelf::names() + ".");
   auto transaction = context.store.beginWrite();
   if (const auto present = context.store.idsWithFilter("mod", mod->name); !present.empty()) {
     std::vector<std::string> ids;

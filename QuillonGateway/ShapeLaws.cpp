@@ -2,6 +2,7 @@
 
 #include <utf8proc.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <vector>
 
@@ -89,10 +90,54 @@ const std::string kScopeLaw = "lowercase letters, digits and dashes, up to 3 lev
 const std::string kValueLaw =
     "a string value is ONE short token, no spaces, at most 40 characters — a status, an id, a date, a commit hash";
 
+std::optional<std::string> tooLarge(std::string_view what, std::string_view value, std::size_t limit,
+                                    std::string_view hint) {
+  if (value.size() <= limit) return std::nullopt;
+  return std::string(what) + " is " + ShapeLaws::size(value.size()) + ", over the " + ShapeLaws::size(limit) +
+         " " + std::string(hint);
+}
+
 }  // namespace
+
+std::string ShapeLaws::size(std::size_t bytes) {
+  char text[32];
+  if (bytes >= (std::size_t{1} << 20) && bytes % (std::size_t{1} << 20) != 0)
+    std::snprintf(text, sizeof text, "%.1f MiB", static_cast<double>(bytes) / (1 << 20));
+  else if (bytes >= (std::size_t{1} << 20))
+    std::snprintf(text, sizeof text, "%zu MiB", bytes >> 20);
+  else if (bytes >= 10240 || (bytes >= 1024 && bytes % 1024 == 0))
+    std::snprintf(text, sizeof text, "%zu KiB", (bytes + 1023) / 1024);
+  else
+    std::snprintf(text, sizeof text, "%zu bytes", bytes);
+  return text;
+}
+
+std::string ShapeLaws::echoed(std::string_view value, std::size_t bytes) {
+  if (value.size() <= bytes) return std::string(value);
+  std::size_t cut = bytes;
+  while (cut > 0 && (static_cast<unsigned char>(value[cut]) & 0xC0) == 0x80) --cut;  // not inside a character
+  return std::string(value.substr(0, cut)) + "…";
+}
+
+std::optional<std::string> ShapeLaws::text(std::string_view value) {
+  return tooLarge("The text", value, kMaxTextBytes,
+                  "a memory's text holds — keep the memory itself, and leave bulk data in files the text names.");
+}
+
+std::optional<std::string> ShapeLaws::why(std::string_view value) {
+  return tooLarge("The why", value, kMaxWhyBytes, "a why holds — one line: why this is worth keeping.");
+}
+
+std::optional<std::string> ShapeLaws::title(std::string_view value) {
+  return tooLarge("The title", value, kMaxTitleBytes, "a title holds — a few words that name the memory.");
+}
 
 Shaped ShapeLaws::scope(std::string_view given) {
   const std::string_view text = trimmed(given);
+  if (text.size() > kMaxScopeBytes)
+    return Shaped{.value = std::nullopt,
+                  .refusal = "Scope '" + echoed(text, 60) + "' is " + size(text.size()) + ", over the " +
+                             size(kMaxScopeBytes) + " a scope holds: " + kScopeLaw + "."};
   const auto parts = segments(text);
   bool lawful = true;
   std::vector<std::string> clean, suggested;
@@ -117,27 +162,32 @@ Shaped ShapeLaws::scope(std::string_view given) {
 
 Shaped ShapeLaws::type(std::string_view given) {
   const std::string_view text = trimmed(given);
-  bool lawful = !text.empty();
+  bool lawful = !text.empty() && text.size() <= kMaxWordBytes;
   for (char c : text) lawful = lawful && isLowerWordByte(c, false);
   if (lawful) return Shaped{.value = std::string(text), .refusal = {}};
-  std::string refusal = "Type '" + std::string(text) +
+  std::string refusal = "Type '" + echoed(text, 60) +
                         "' breaks the type law: one lowercase word — letters, digits, dashes (note, rule, ticket…).";
-  if (auto word = wordSuggestion(text, false); !word.empty()) refusal += " Try '" + word + "'.";
+  if (auto word = wordSuggestion(text, false); !word.empty() && word.size() <= kMaxWordBytes)
+    refusal += " Try '" + word + "'.";
   return Shaped{.value = std::nullopt, .refusal = std::move(refusal)};
 }
 
 std::optional<std::string> ShapeLaws::filterKey(std::string_view key) {
-  bool lawful = !key.empty();
+  bool lawful = !key.empty() && key.size() <= kMaxWordBytes;
   for (char c : key) lawful = lawful && isLowerWordByte(c, true);
   if (lawful) return std::nullopt;
-  std::string refusal = "Filter key '" + std::string(key) +
+  std::string refusal = "Filter key '" + echoed(key, 60) +
                         "' breaks the shape law: keys are single lowercase words (letters, digits, underscores, "
                         "dashes).";
-  if (auto word = wordSuggestion(key, true); !word.empty()) refusal += " Try '" + word + "'.";
+  if (auto word = wordSuggestion(key, true); !word.empty() && word.size() <= kMaxWordBytes)
+    refusal += " Try '" + word + "'.";
   return refusal;
 }
 
 std::optional<std::string> ShapeLaws::filters(const wire::Filters& filters) {
+  if (filters.size() > kMaxFilters)
+    return "That is " + std::to_string(filters.size()) + " filters; a memory carries at most " +
+           std::to_string(kMaxFilters) + " — keep the keys you will filter by, and put the rest in text.";
   for (const auto& [key, value] : filters) {
     if (auto refusal = filterKey(key)) return refusal;
     const std::string* text = value.asString();
@@ -146,7 +196,7 @@ std::optional<std::string> ShapeLaws::filters(const wire::Filters& filters) {
       return "Filter '" + key + "' is empty: " + kValueLaw + ". Pass a value, or unset the key.";
     const auto facts = tokenFacts(*text);
     if (facts.blank)
-      return "Filter '" + key + "' is '" + *text + "', which holds a space: " + kValueLaw +
+      return "Filter '" + key + "' is '" + echoed(*text, 60) + "', which holds a space: " + kValueLaw +
              ". Two facts fused into one value bounce — split them into two keys (e.g. status + commit); prose "
              "belongs in text, a name in title.";
     if (facts.characters > kMaxFilterCharacters)
@@ -158,9 +208,13 @@ std::optional<std::string> ShapeLaws::filters(const wire::Filters& filters) {
 
 Shaped ShapeLaws::folder(std::string_view given) {
   const std::string_view text = trimmed(given);
+  if (text.size() > kMaxFolderBytes)
+    return Shaped{.value = std::nullopt,
+                  .refusal = "Folder '" + echoed(text, 60) + "' is " + size(text.size()) + ", longer than any path " +
+                             "can be — pass the project directory from the root."};
   if (text.empty() || text.front() != '/')
     return Shaped{.value = std::nullopt,
-                  .refusal = "Folder '" + std::string(text) +
+                  .refusal = "Folder '" + echoed(text) +
                              "' is not an absolute path — pass the project directory from the root, e.g. "
                              "/home/mq/code/quillon (expand ~ yourself)."};
   std::string normal = std::filesystem::path(text).lexically_normal().string();

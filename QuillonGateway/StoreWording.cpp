@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "QuillonGateway/MemoryStore.hpp"
+#include "QuillonGateway/ShapeLaws.hpp"
 
 namespace quillon::gateway {
 
@@ -70,7 +71,7 @@ std::optional<std::int64_t> parseMemoryID(std::string_view id) {
 }
 
 std::string notAnID(std::string_view id) {
-  return "'" + std::string(id) + "' is not a memory id — memory ids look like m:41 (from a memory card).";
+  return "'" + ShapeLaws::echoed(id, 60) + "' is not a memory id — memory ids look like m:41 (from a memory card).";
 }
 
 std::string noSuchMemory(std::string_view id) {
@@ -134,7 +135,7 @@ wire::Card listedCard(const Memory& memory) {
   wire::Card card;
   card.kind = "note";
   card.id = memoryID(memory.id);
-  card.why = memory.why;
+  // A listing row shows no why: sending it would only cost room in the answer.
   card.when = day(memory.created);
   card.memoryKind = memory.type;
   if (!memory.filters.empty()) card.filters = memory.filters;
