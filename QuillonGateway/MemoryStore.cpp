@@ -51,6 +51,10 @@ constexpr std::array<std::string_view, MemoryStore::kSchemaVersion> kMigrations 
          content='recall_source', content_rowid='id', tokenize='trigram');
        CREATE TABLE session_prompts(session TEXT PRIMARY KEY, prompts INTEGER NOT NULL, first REAL NOT NULL,
          last REAL NOT NULL) WITHOUT ROWID;)",
+    // The answers to the door's tokens: a request retried after a broken connection is answered
+    // from here instead of being served twice.
+    R"(CREATE TABLE door_tokens(token TEXT PRIMARY KEY, answer TEXT NOT NULL, at REAL NOT NULL) WITHOUT ROWID;
+       CREATE INDEX door_tokens_by_age ON door_tokens(at);)",
 };
 
 // The migration after which the recall indexes are filled from the memories already stored.
@@ -458,6 +462,24 @@ void MemoryStore::setSessionScope(std::string_view session, std::string_view sco
       .bind(1, session)
       .bind(2, scope)
       .bind(3, at)
+      .step();
+}
+
+std::optional<std::string> MemoryStore::keptAnswer(std::string_view token, double now) {
+  auto& statement = database_->cached("SELECT answer FROM door_tokens WHERE token = ?1 AND at >= ?2");
+  statement.bind(1, token).bind(2, now - kTokenSeconds);
+  std::optional<std::string> answer;
+  if (statement.step()) answer = statement.text(0);
+  statement.reset();
+  return answer;
+}
+
+void MemoryStore::keepAnswer(std::string_view token, std::string_view answer, double now) {
+  database_->cached("DELETE FROM door_tokens WHERE at < ?1").bind(1, now - kTokenSeconds).step();
+  database_->cached("INSERT OR REPLACE INTO door_tokens(token, answer, at) VALUES (?1, ?2, ?3)")
+      .bind(1, token)
+      .bind(2, answer)
+      .bind(3, now)
       .step();
 }
 

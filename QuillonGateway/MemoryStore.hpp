@@ -58,7 +58,9 @@ struct FolderScope {
 
 class MemoryStore {
  public:
-  static constexpr int kSchemaVersion = 3;
+  static constexpr int kSchemaVersion = 4;
+  // How long the answer to a door token is kept: far longer than any retry takes.
+  static constexpr double kTokenSeconds = 60 * 60;
 
   // Told a line at each step of a long migration, for the log.
   using Progress = std::function<void(std::string_view line)>;
@@ -115,6 +117,11 @@ class MemoryStore {
   // The scope `session` declared at or after `since`, if any.
   std::optional<std::string> sessionScope(std::string_view session, double since);
   void setSessionScope(std::string_view session, std::string_view scope, double at);
+
+  // The answer kept for `token` within the last kTokenSeconds, if any.
+  std::optional<std::string> keptAnswer(std::string_view token, double now);
+  // Keeps `answer` for `token`, and forgets the answers older than kTokenSeconds.
+  void keepAnswer(std::string_view token, std::string_view answer, double now);
 
   // Counts one user prompt of `session`, seen at `at`.
   void countPrompt(std::string_view session, double at);

@@ -107,13 +107,17 @@ void Database::settle() {
 
 std::int64_t Database::lastInsertId() const { return sqlite3_last_insert_rowid(database_.get()); }
 int Database::changes() const { return sqlite3_changes(database_.get()); }
+bool Database::inTransaction() const { return sqlite3_get_autocommit(database_.get()) == 0; }
 
-WriteTransaction::WriteTransaction(Database& database) : database_(database) { database_.exec("BEGIN IMMEDIATE"); }
+WriteTransaction::WriteTransaction(Database& database)
+    : database_(database), nested_(database.inTransaction()) {
+  database_.exec(nested_ ? "SAVEPOINT inner_write" : "BEGIN IMMEDIATE");
+}
 
 WriteTransaction::~WriteTransaction() {
   if (!done_) {
     try {
-      database_.exec("ROLLBACK");
+      database_.exec(nested_ ? "ROLLBACK TO inner_write; RELEASE inner_write" : "ROLLBACK");
     } catch (const SqlError&) {
       // A failed statement may already have ended the transaction; nothing is left to undo.
     }
@@ -121,7 +125,7 @@ WriteTransaction::~WriteTransaction() {
 }
 
 void WriteTransaction::commit() {
-  database_.exec("COMMIT");
+  database_.exec(nested_ ? "RELEASE inner_write" : "COMMIT");
   done_ = true;
 }
 

@@ -70,6 +70,8 @@ class Database {
   void settle();
   std::int64_t lastInsertId() const;
   int changes() const;
+  // Whether a transaction is open on this connection.
+  bool inTransaction() const;
 
  private:
   struct Close {
@@ -80,7 +82,9 @@ class Database {
 };
 
 // BEGIN IMMEDIATE on construction, so a writer takes the write lock before it reads what it will
-// change; rolled back on destruction unless committed.
+// change; rolled back on destruction unless committed. Inside a transaction already open on the
+// connection it is a savepoint of it: its changes are undone alone, and kept only when the outer
+// one commits.
 class WriteTransaction {
  public:
   explicit WriteTransaction(Database& database);
@@ -91,6 +95,7 @@ class WriteTransaction {
 
  private:
   Database& database_;
+  bool nested_ = false;
   bool done_ = false;
 };
 

@@ -6,6 +6,8 @@
 #include "QuillonGateway/Sqlite.hpp"
 #include "QuillonGateway/StoreVerbs.hpp"
 #include "QuillonGateway/StoreWording.hpp"
+#include "QuillonWire/GatewayRequest.hpp"
+#include "QuillonWire/WireCodec.hpp"
 
 namespace quillon::gateway {
 
@@ -55,6 +57,28 @@ wire::GatewayResponse StoreGateway::serve(const wire::GatewayRequest& request) {
     return failure("The store could not answer (" + std::string(error.what()) + "); nothing was changed.");
   } catch (const std::exception& error) {
     return failure("The gateway could not answer (" + std::string(error.what()) + "); nothing was changed.");
+  }
+}
+
+wire::GatewayResponse StoreGateway::serveOnce(const wire::GatewayRequest& request, std::string_view token) {
+  if (token.empty() || token.size() > kMaxTokenBytes || !wire::changesStore(request)) return serve(request);
+  const double now = clock_();
+  try {
+    auto transaction = store_.beginWrite();
+    if (auto kept = store_.keptAnswer(token, now)) {
+      store_.settle();
+      if (auto decoded = wire::decodeResponse(*kept)) return std::move(decoded).value();
+    }
+    wire::GatewayResponse response = serve(request);
+    // A failed statement may have ended the whole transaction: then nothing was kept, and a retry
+    // is served afresh.
+    if (!store_.database().inTransaction()) return response;
+    if (const auto encoded = wire::encode(response)) store_.keepAnswer(token, encoded.value(), now);
+    transaction->commit();
+    return response;
+  } catch (const SqlError& error) {
+    store_.settle();
+    return failure("The store could not save this (" + std::string(error.what()) + "); nothing was changed.");
   }
 }
 

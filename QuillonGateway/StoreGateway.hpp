@@ -38,6 +38,13 @@ class StoreGateway final : public wire::Gateway {
 
   wire::GatewayResponse serve(const wire::GatewayRequest& request) override;
 
+  // `serve`, at most once per token for a request that changes the store: the answer is kept
+  // with the token in the transaction of the change itself, and a request arriving again with
+  // the token (the door's retry after a broken connection) gets the kept answer. A token longer
+  // than kMaxTokenBytes, or on a read, is ignored.
+  wire::GatewayResponse serveOnce(const wire::GatewayRequest& request, std::string_view token);
+  static constexpr std::size_t kMaxTokenBytes = 128;
+
  private:
   MemoryStore& store_;
   DiagnosticSink diagnostics_;

@@ -26,13 +26,17 @@
 namespace quillon::kit {
 
 // The entries of one message. Keys on the wire: "payload", "wire", "served_ms", "subscribe",
-// "event".
+// "event", "token".
 struct DoorMessage {
   std::optional<std::string> payload{};      // JSON text of a GatewayRequest (out) or GatewayResponse (back)
   std::optional<std::uint64_t> wire{};       // the sender's wire version
   std::optional<std::uint64_t> servedMs{};   // how long the gateway took to serve the request
   std::optional<bool> subscribe{};           // true on the first message of a subscription
   std::optional<std::string> event{};        // JSON text of a GatewayEvent
+  // Names one request that changes the store, the same on its retry after a redial, so a gateway
+  // that already served it answers again without serving it twice. The Unix-socket door carries
+  // it; the XPC door leaves it out.
+  std::optional<std::string> token{};
   bool operator==(const DoorMessage&) const = default;
 };
 

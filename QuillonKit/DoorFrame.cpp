@@ -53,6 +53,10 @@ std::optional<std::string> DoorFrame::encode(const DoorLine& line) {
   number("id", line.id);
   number("wire", message.wire);
   number("served_ms", message.servedMs);
+  if (message.token) {
+    member("token");
+    out += json(*message.token).dump(-1, ' ', false, json::error_handler_t::replace);
+  }
   if (message.subscribe) {
     member("subscribe");
     out += *message.subscribe ? "true" : "false";
@@ -82,6 +86,8 @@ std::optional<DoorLine> DoorFrame::decode(std::string_view text) {
   line.message.servedMs = unsignedMember(value, "served_ms");
   if (const auto found = value.find("subscribe"); found != value.end() && found->is_boolean())
     line.message.subscribe = found->get<bool>();
+  if (const auto found = value.find("token"); found != value.end() && found->is_string())
+    line.message.token = found->get<std::string>();
   line.message.payload = embeddedMember(value, "payload");
   line.message.event = embeddedMember(value, "event");
   return line;

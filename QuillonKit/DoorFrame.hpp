@@ -3,7 +3,8 @@
 //
 // A line is an object whose members mirror the message's entries: "payload" and "event" hold
 // their JSON as embedded values (not as strings), "wire", "served_ms" and "id" are unsigned
-// integers, "subscribe" a boolean. "id" pairs a reply with its request. Stateless; thread-safe.
+// integers, "subscribe" a boolean, "token" a string. "id" pairs a reply with its request.
+// Stateless; thread-safe.
 #pragma once
 
 #include <cstddef>

@@ -1,8 +1,13 @@
 #include "QuillonKit/XPCClient.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdio>
+#include <random>
 #include <thread>
 #include <variant>
 
@@ -21,6 +26,22 @@ constexpr auto kWireVersion = static_cast<std::uint64_t>(wire::WireContract::ver
 
 wire::GatewayResponse failure(std::string_view message) {
   return wire::GatewayResponse{wire::answer::Failure{.message = std::string(message)}};
+}
+
+// A token no other request of any process is likely to carry: 64 random bits drawn once per
+// process, the process id, and a count. A gateway keeps tokens for an hour, so a clash would need
+// two processes drawing the same bits within it.
+std::string freshToken() {
+  static const std::string prefix = [] {
+    std::random_device device;
+    const auto high = static_cast<std::uint64_t>(device()) << 32;
+    char text[40];
+    std::snprintf(text, sizeof text, "%016llx-%d-", static_cast<unsigned long long>(high | device()),
+                  static_cast<int>(::getpid()));
+    return std::string(text);
+  }();
+  static std::atomic<std::uint64_t> issued{0};
+  return prefix + std::to_string(++issued);
 }
 
 // What a reply wait produced.
@@ -103,10 +124,12 @@ Outcome exchange(DoorConnection& connection, DoorMessage message, std::optional<
 
 // Sends the request and reads the answer. A reply without a payload, or whose payload is not a
 // GatewayResponse, is still an answer: the gateway spoke, so there is nothing to redial for.
-Attempt roundTrip(DoorConnection& connection, const std::string& payload, std::optional<Clock::time_point> deadline) {
+Attempt roundTrip(DoorConnection& connection, const std::string& payload, const std::optional<std::string>& token,
+                  std::optional<Clock::time_point> deadline) {
   DoorMessage message;
   message.payload = payload;
   message.wire = kWireVersion;
+  message.token = token;
   Outcome outcome = exchange(connection, std::move(message), deadline);
   if (std::holds_alternative<TransportFailed>(outcome)) return TransportFailed{};
   if (std::holds_alternative<Silence>(outcome)) return Silence{};
@@ -220,16 +243,20 @@ wire::TimedResponse XPCClient::sendTimed(const wire::GatewayRequest& request) {
     return {failure(wire::GatewayWire::encodeFailed), std::nullopt};
   }
   const std::string& payload = encoded.value();
+  // The retry below carries the same token, so a write the gateway committed before the
+  // connection broke is answered again rather than made twice.
+  const std::optional<std::string> token =
+      wire::changesStore(request) ? std::optional<std::string>(freshToken()) : std::nullopt;
 
   const std::shared_ptr<DoorConnection> first = currentConnection();
-  Attempt attempt = roundTrip(*first, payload, std::nullopt);
+  Attempt attempt = roundTrip(*first, payload, token, std::nullopt);
 
   if (std::holds_alternative<TransportFailed>(attempt)) {
     const auto [fresh, redialled] = redialAfter(first);
     // The knock never waits for its own reply: a gateway that leaves it unanswered still gets the
     // whole budget to answer the request itself, and one of another version is caught by either.
     if (redialled && history_.connected()) knock(*fresh);
-    attempt = roundTrip(*fresh, payload, Clock::now() + redial_.budget);
+    attempt = roundTrip(*fresh, payload, token, Clock::now() + redial_.budget);
   }
 
   if (auto* answered = std::get_if<Answered>(&attempt)) {

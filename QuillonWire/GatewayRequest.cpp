@@ -13,3 +13,15 @@ bool encode(const DiagnosticRequest& value, json& out, Context& context) { retur
 bool decode(const json& in, DiagnosticRequest& out, Context& context) { return decodeFamily(in, out, context); }
 
 }  // namespace quillon::wire::codec
+
+namespace quillon::wire {
+
+bool changesStore(const GatewayRequest& request) {
+  if (std::holds_alternative<request::Control>(request.value)) return true;
+  const auto* notes = std::get_if<request::Notes>(&request.value);
+  if (notes == nullptr) return false;
+  const auto& verb = notes->request.value;
+  return !std::holds_alternative<notes::ListPaths>(verb) && !std::holds_alternative<notes::ScopeBoard>(verb);
+}
+
+}  // namespace quillon::wire

@@ -22,4 +22,9 @@ namespace quillon::wire {
 // clang-format on
 QUILLON_FAMILY(GatewayRequest, request, QUILLON_REQUEST_CASES);
 
+// Whether serving the request may change what the gateway keeps: every control verb and every
+// notes verb but the two listings. The door sends these with a token, so that the retry after a
+// broken connection is served once (docs/door.md); reads and diagnostic lines need none.
+bool changesStore(const GatewayRequest& request);
+
 }  // namespace quillon::wire

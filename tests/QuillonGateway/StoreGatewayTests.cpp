@@ -1,5 +1,6 @@
 // The development gateway's answers, served in process from a store in a temporary file: what an
 // agent reads back (through the bridge's renderers) depends on these exact answers.
+#include "QuillonGateway/ShapeLaws.hpp"
 #include "QuillonGateway/Sqlite.hpp"
 #include "StoreGatewayFixture.hpp"
 
@@ -87,6 +88,70 @@ TEST_F(StoreGatewayTest, PatchMustMatchExactlyOnceUnlessReplaceAll) {
             failure("That patch would leave m:1's text empty — pass other wording, or memory_delete the memory."));
   EXPECT_EQ(patch("x", "y", false, "title"),
             failure("m:1 has no title of its own to patch — set one with memory_edit's title."));
+}
+
+TEST_F(StoreGatewayTest, SizesAreBoundedSoEveryAnswerFitsItsLine) {
+  EXPECT_EQ(write(std::string(ShapeLaws::kMaxTextBytes * 3 / 2, 'x')),
+            failure("The text is 1.5 MiB, over the 1 MiB a memory's text holds — keep the memory itself, and leave "
+                    "bulk data in files the text names."));
+  EXPECT_EQ(write("t", {{"why", std::string(40000, 'w')}}),
+            failure("The why is 40 KiB, over the 16 KiB a why holds — one line: why this is worth keeping."));
+  EXPECT_EQ(write("t", {{"title", std::string(1025, 't')}}),
+            failure("The title is 1025 bytes, over the 1 KiB a title holds — a few words that name the memory."));
+  EXPECT_EQ(write("t", {{"path", "/" + std::string(300, 'a')}}),
+            failure("Scope '/" + std::string(59, 'a') + "…' is 301 bytes, over the 256 bytes a scope holds: lowercase "
+                    "letters, digits and dashes, up to 3 levels (e.g. /code/quillon)."));
+  EXPECT_EQ(write("t", {{"type", std::string(65, 'a')}}),
+            failure("Type '" + std::string(60, 'a') + "…' breaks the type law: one lowercase word — letters, digits, "
+                    "dashes (note, rule, ticket…)."));
+  json many = json::object();
+  for (int i = 0; i < 33; ++i) many["k" + std::to_string(i)] = i;
+  EXPECT_EQ(write("t", {{"filters", many}}),
+            failure("That is 33 filters; a memory carries at most 32 — keep the keys you will filter by, and put the "
+                    "rest in text."));
+  EXPECT_EQ(notes("delete", {{"id", std::string(5000, 'm')}}),
+            failure("'" + std::string(60, 'm') + "…' is not a memory id — memory ids look like m:41 (from a memory card)."));
+
+  // A patch is sized before it is made, and an echo quotes the start of a long text.
+  EXPECT_EQ(write(std::string(600000, 'a')), text("Saved m:1 (note) under /."));
+  EXPECT_EQ(notes("patch", {{"id", "m:1"}, {"field", "text"}, {"find", "a"}, {"replace", "bb"}, {"replaceAll", true}}),
+            failure("That patch would make m:1's text 1.1 MiB, over the 1 MiB it holds — nothing was changed."));
+  const json echoed = notes("patch", {{"id", "m:1"}, {"field", "text"}, {"find", "aaaa"}, {"replace", "é"}, {"replaceAll", true}});
+  EXPECT_EQ(echoed["noteID"]["echo"][0], "text: " + [] {
+    std::string start;
+    for (int i = 0; i < 1000; ++i) start += "é";
+    return start + "…";
+  }());
+  EXPECT_EQ(notes("patch", {{"id", "m:1"}, {"field", "text"}, {"find", std::string(300, 'z')}, {"replace", "y"}, {"replaceAll", false}}),
+            failure("'" + std::string(200, 'z') + "…' does not appear in m:1's text — matching is exact, including "
+                    "case. grab m:1 to read it as stored."));
+
+  // A listing row carries what the listing shows, and never the why.
+  write("listed", {{"why", std::string(16000, 'w')}, {"type", "ticket"}});
+  EXPECT_EQ(read("getByType", {{"type", "ticket"}})["kindCards"]["cards"][0]["why"], "");
+}
+
+TEST_F(StoreGatewayTest, ATokenServesAChangeOnceAndItsRetryGetsTheSameAnswer) {
+  const auto once = [&](const std::string& token, const json& request) {
+    auto decoded = wire::decodeRequest(request.dump());
+    return wire::toJSON(gateway.serveOnce(decoded.value(), token)).value();
+  };
+  const json add = {{"notes", {{"_0", {{"write", {{"text", "once"}, {"why", "w"}, {"writer", "t"}, {"type", ""}, {"path", ""}}}}}}}};
+  const json remove = {{"notes", {{"_0", {{"delete", {{"id", "m:1"}}}}}}}};
+  EXPECT_EQ(once("t-1", add), text("Saved m:1 (note) under /."));
+  EXPECT_EQ(once("t-1", add), text("Saved m:1 (note) under /."));
+  EXPECT_EQ(once("t-2", add), text("Saved m:2 (note) under /."));
+  EXPECT_EQ(once("t-3", remove), json::parse(R"({"ok":{}})"));
+  EXPECT_EQ(once("t-3", remove), json::parse(R"({"ok":{}})"));  // not "No memory m:1"
+  // A refusal is kept as well: the retry of a write that changed nothing changes nothing either.
+  EXPECT_EQ(once("t-4", remove)["failure"].is_object(), true);
+  EXPECT_EQ(once("t-4", remove), once("t-4", remove));
+
+  // Reads are never kept; a token an hour old is forgotten.
+  EXPECT_EQ(once("t-1", {{"read", {{"_0", {{"grab", {{"id", "m:2"}, {"full", false}}}}}}}})["thing"]["_0"]["id"], "m:2");
+  now += MemoryStore::kTokenSeconds + 1;
+  EXPECT_EQ(once("t-1", add), text("Saved m:3 (note) under /."));
+  EXPECT_EQ(read("getByType", {{"type", "note"}})["kindCards"]["cards"].size(), 2u);
 }
 
 TEST_F(StoreGatewayTest, EditFiltersSetsAndUnsetsNamedKeysOnly) {

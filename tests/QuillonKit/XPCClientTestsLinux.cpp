@@ -278,6 +278,29 @@ TEST_F(DoorOverSocket, AStreamThatStopsMakingSenseIsRedialled) {
   EXPECT_EQ(gateway.connectionsAccepted(), 2);
 }
 
+TEST_F(DoorOverSocket, AWriteCarriesOneTokenAcrossItsRetryAndReadsCarryNone) {
+  ASSERT_TRUE(gateway.start());
+  onFirstConnection(test::CloseConnection{});
+  auto client = makeClient();
+  const auto write = [](std::string text) {
+    return wire::GatewayRequest{wire::request::Notes{wire::NotesRequest{
+        wire::notes::Write{.text = std::move(text), .why = "w", .writer = "t", .type = "", .path = ""}}}};
+  };
+  EXPECT_EQ(client->send(write("first")), ok());
+  EXPECT_EQ(client->send(write("second")), ok());
+  EXPECT_EQ(client->send(logRequest("a diagnostic line changes no memory")), ok());
+
+  const auto received = gateway.received();
+  ASSERT_EQ(received.size(), 4u);
+  const auto& [tried, retried, second, logged] = std::tie(received[0], received[1], received[2], received[3]);
+  ASSERT_TRUE(tried.message.token.has_value());
+  EXPECT_EQ(retried.connection, 2);
+  EXPECT_EQ(retried.message.token, tried.message.token);
+  EXPECT_NE(second.message.token, tried.message.token);
+  EXPECT_TRUE(second.message.token.has_value());
+  EXPECT_EQ(logged.message.token, std::nullopt);
+}
+
 TEST_F(DoorOverSocket, ALineOver64MiBIsRedialled) {
   ASSERT_TRUE(gateway.start());
   onFirstConnection(test::RawLine{std::string(DoorFrame::kMaxLineBytes + 1, ' ')});
