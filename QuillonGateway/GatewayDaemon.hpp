@@ -8,8 +8,14 @@
 // holds up no other beyond SQLite's write lock; replies carry the request's id. Peers of another
 // uid are closed at once, unanswered. Logs go to "gateway.log" under the data folder (bounded),
 // and to standard error only when `echoLog` asks for it.
+//
+// The gateway outlives its limits rather than dying of them: a peer it cannot take (512 already
+// served, no thread to be had) is answered a `failure` that says so; running out of file
+// descriptors sheds new peers with a clean close; a line too long or too costly to parse is
+// refused alone; a connection silent for `idleClose` is closed (its bridge dials again).
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <variant>
@@ -23,6 +29,9 @@ struct DaemonSettings {
   std::string namespaceFolder;  // where the service's socket lives
   std::string dataFolder;       // the store, the logs
   bool echoLog = false;
+  // A connection that sends nothing for this long is closed, so forgotten bridges cannot hold
+  // every place; a bridge dials again on its next request.
+  std::chrono::milliseconds idleClose = std::chrono::minutes(5);
 
   // The service from QUILLON_MCP_GATEWAY_FOR_TESTS exactly as the bridge resolves it, the door's
   // folder from XDG_RUNTIME_DIR, the data folder $XDG_DATA_HOME/quillon (an absolute

@@ -1,11 +1,15 @@
 // quillon-gateway: the development gateway for Linux. It serves the door's service with an
 // embedded store, in the foreground, until SIGTERM or SIGINT.
+#include <malloc.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "QuillonGateway/GatewayDaemon.hpp"
@@ -15,10 +19,11 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: quillon-gateway [--verbose] | --paths | --version | --help\n"
+    "usage: quillon-gateway [--verbose] [--idle-seconds N] | --paths | --version | --help\n"
     "Serves the Quillon door for quillon-mcp on this machine, with its store under\n"
     "$XDG_DATA_HOME/quillon (default ~/.local/share/quillon). Runs in the foreground;\n"
     "SIGTERM or Ctrl-C stops it. --verbose also copies the log to standard error.\n"
+    "--idle-seconds closes a connection silent for N seconds (default 300).\n"
     "--paths prints where this gateway would serve and keep its files, as shell\n"
     "assignments (for eval), and exits.\n";
 
@@ -50,9 +55,17 @@ void printPaths(const quillon::gateway::DaemonSettings& settings) {
 
 int main(int argc, char** argv) {
   bool verbose = false;
+  std::optional<long> idleSeconds;
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "--verbose") == 0) {
       verbose = true;
+    } else if (std::strcmp(argv[i], "--idle-seconds") == 0 && i + 1 < argc) {
+      char* end = nullptr;
+      idleSeconds = std::strtol(argv[++i], &end, 10);
+      if (*end != '\0' || *idleSeconds < 1 || *idleSeconds > 24L * 3600) {
+        std::fprintf(stderr, "quillon-gateway: --idle-seconds takes a whole number of seconds from 1 to 86400\n");
+        return 2;
+      }
     } else if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
       std::fputs(kUsage, stdout);
       return 0;
@@ -68,6 +81,10 @@ int main(int argc, char** argv) {
     }
   }
 
+  // A fixed threshold keeps large buffers (a big request's line) in their own mappings, given back
+  // whole when freed. glibc otherwise raises both thresholds after the first large free, and a
+  // connection thread's heap then keeps a big request's memory for the life of the process.
+  ::mallopt(M_MMAP_THRESHOLD, 1 << 20);
   // Everything the gateway creates (store, logs, socket) is the user's alone.
   ::umask(077);
   ::signal(SIGPIPE, SIG_IGN);
@@ -80,6 +97,7 @@ int main(int argc, char** argv) {
 
   auto settings = quillon::gateway::DaemonSettings::fromEnvironment(quillon::kit::processEnvironment());
   settings.echoLog = verbose;
+  if (idleSeconds) settings.idleClose = std::chrono::seconds(*idleSeconds);
   auto started = quillon::gateway::GatewayDaemon::start(settings);
   if (auto* refusal = std::get_if<std::string>(&started)) {
     std::fprintf(stderr, "quillon-gateway: %s\n", refusal->c_str());

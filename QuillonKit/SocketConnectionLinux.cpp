@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -23,12 +24,17 @@
 #include "QuillonKit/DoorConnection.hpp"
 #include "QuillonKit/DoorFrame.hpp"
 #include "QuillonKit/DoorNamespace.hpp"
+#include "QuillonKit/LineBuffer.hpp"
 
 namespace quillon::kit {
 
 namespace {
 
 std::string failed(const std::string& what, int error) { return what + ": " + std::strerror(error); }
+
+// How long a connection waits for a gateway whose socket is there but refuses: long enough for a
+// restart, short beside the redial budget.
+constexpr auto kRestartWait = std::chrono::seconds(1);
 
 // Handlers owed a word when a connection ends, called once the lock is released.
 struct Farewell {
@@ -131,10 +137,22 @@ class Channel : public std::enable_shared_from_this<Channel> {
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path->c_str(), path->size() + 1);
     // A Unix socket connects at once or not at all; a gateway too busy to accept (a full backlog)
-    // fails here rather than holding the sender.
-    if (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-      reason = failed("connect " + name_, errno);
-      return false;
+    // fails here rather than holding the sender. A socket file nobody listens on is a gateway that
+    // died: one being restarted (systemd does it within a fraction of a second) is worth a short
+    // wait, as launchd holds a message for a service it relaunches, so that the request retried
+    // after the crash reaches it. The new gateway replaces the file, so it may be missing for a
+    // moment too.
+    const auto giveUp = std::chrono::steady_clock::now() + kRestartWait;
+    bool refused = false;
+    while (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+      const int error = errno;
+      refused = refused || error == ECONNREFUSED;
+      if (error == EINTR) continue;
+      if (!refused || (error != ECONNREFUSED && error != ENOENT) || std::chrono::steady_clock::now() >= giveUp) {
+        reason = failed("connect " + name_, error);
+        return false;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     // Only a gateway of our own user may speak to the agent through us.
     ucred peer{};
@@ -234,8 +252,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   }
 
   void run() {
-    std::string pending;       // bytes received and not yet handed on
-    std::size_t scanned = 0;   // pending[0, scanned) holds no line feed
+    LineBuffer pending(DoorFrame::kMaxLineBytes);
     std::vector<char> chunk(std::size_t{1} << 16);
     for (;;) {
       pollfd watched[2] = {{socket_, POLLIN, 0}, {wake_, POLLIN, 0}};
@@ -276,27 +293,15 @@ class Channel : public std::enable_shared_from_this<Channel> {
           close(failed("read from " + name_, errno));
           return;
         }
-        pending.append(chunk.data(), static_cast<std::size_t>(n));
-        std::size_t start = 0;
-        for (;;) {
-          const auto* feed = static_cast<const char*>(std::memchr(pending.data() + scanned, '\n', pending.size() - scanned));
-          if (feed == nullptr) break;
-          const auto end = static_cast<std::size_t>(feed - pending.data());
-          if (end - start > DoorFrame::kMaxLineBytes) {
-            close(name_ + ": the gateway sent a line over 64 MiB");
-            return;
-          }
-          if (!take(std::string_view(pending).substr(start, end - start))) return;
-          start = end + 1;
-          scanned = start;
-        }
-        pending.erase(0, start);
-        scanned = pending.size();
-        if (pending.size() > DoorFrame::kMaxLineBytes) {
+        pending.append(std::string_view(chunk.data(), static_cast<std::size_t>(n)));
+        while (const auto line = pending.next())
+          if (!take(*line)) return;
+        if (pending.overlong()) {
           close(name_ + ": the gateway sent a line over 64 MiB");
           return;
         }
       }
+      pending.shrink();
     }
   }
 

@@ -1,7 +1,10 @@
 // The built quillon-gateway serving the built quillon-mcp over the real socket: what an agent
-// reads, several bridges at once, a malformed request, start-up refusals, a clean stop, and no
-// answered write lost to kill -9.
+// reads, a malformed request, start-up refusals, a clean stop, several bridges changing the store
+// through kill -9 and restarts with every change made exactly once; and the gateway outliving its
+// limits (threads, descriptors, connections, line size and cost, a full disk).
 #include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -12,10 +15,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <set>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "ChildProcess.hpp"
@@ -61,6 +66,8 @@ class DoorSocket {
   }
   ~DoorSocket() { ::close(fd_); }
   bool connected() const { return connected_; }
+  // Whether the last readLine met the end of the stream rather than silence.
+  bool closed() const { return closed_; }
   bool send(const std::string& line) { return ::send(fd_, line.data(), line.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(line.size()); }
   // The next line, or "" when the gateway closed the connection or said nothing within `timeout`.
   std::string readLine(std::chrono::milliseconds timeout = 10s) {
@@ -74,6 +81,7 @@ class DoorSocket {
       if (::poll(&watched, 1, static_cast<int>(timeout.count())) <= 0) return {};
       char chunk[4096];
       const auto got = ::recv(fd_, chunk, sizeof chunk, 0);
+      closed_ = got <= 0;
       if (got <= 0) return {};
       buffer_.append(chunk, static_cast<std::size_t>(got));
     }
@@ -82,6 +90,7 @@ class DoorSocket {
  private:
   int fd_;
   bool connected_ = false;
+  bool closed_ = false;
   std::string buffer_;
 };
 
@@ -99,10 +108,12 @@ class GatewayProcess : public ::testing::Test {
 
   // A gateway that is serving once this returns.
   // Started with the fixture's environment, or another `runtimeDir` whose door holds `at`.
-  std::unique_ptr<ChildProcess> startGateway(const std::string& runtimeDir = "", const std::string& at = "") {
+  std::unique_ptr<ChildProcess> startGateway(const std::string& runtimeDir = "", const std::string& at = "",
+                                            const std::vector<std::string>& arguments = {}) {
     auto variables = environment();
     if (!runtimeDir.empty()) variables["XDG_RUNTIME_DIR"] = runtimeDir;
-    auto gateway = std::make_unique<ChildProcess>(QUILLON_GATEWAY_PATH, variables);
+    auto gateway =
+        std::make_unique<ChildProcess>(QUILLON_GATEWAY_PATH, variables, ChildProcess::Inherit::everything, arguments);
     // Serving means accepting: a stale socket file may be there before the gateway listens.
     bool serving = false;
     const std::string& path = at.empty() ? socket : at;
@@ -323,67 +334,97 @@ TEST_F(GatewayProcess, APeerOfAnotherUserIsClosedUnanswered) {
   stop(*gateway, socket);
 }
 
-TEST_F(GatewayProcess, SeveralBridgesWritingAtOnceLoseNothing) {
+TEST_F(GatewayProcess, RestartsInBurstsOfChangesServeEveryChangeOnce) {
   auto gateway = startGateway();
-  constexpr int kBridges = 4, kWrites = 40;
+  constexpr int kBridges = 3;
   std::vector<std::unique_ptr<ChildProcess>> bridges;
-  for (int i = 0; i < kBridges; ++i) bridges.push_back(startBridge(i));
-  std::vector<std::vector<std::string>> answers(kBridges);
-  std::vector<std::thread> writers;
+  for (int i = 0; i < kBridges; ++i) {
+    bridges.push_back(startBridge(i));
+    // Each bridge's tally: a patch applied twice would leave its mark twice.
+    ASSERT_EQ(call(*bridges.back(), "memory_add", {{"text", "tally " + std::to_string(i) + " #end"}, {"why", "w"}}),
+              "Saved m:" + std::to_string(i + 1) + " (note) under /.");
+  }
+  struct Call {
+    int op, n;
+    bool succeeded;
+    std::string id;  // the memory written, or deleted
+    std::string said;
+  };
+  std::vector<std::vector<Call>> calls(kBridges);
+  std::atomic<bool> going{true};
+  std::vector<std::thread> agents;
   for (int i = 0; i < kBridges; ++i)
-    writers.emplace_back([&, i] {
-      for (int n = 0; n < kWrites; ++n)
-        answers[static_cast<std::size_t>(i)].push_back(
-            call(*bridges[static_cast<std::size_t>(i)], "memory_add",
-                 {{"text", "burst " + std::to_string(i) + "/" + std::to_string(n)}, {"why", "load"}, {"type", "burst"}}));
+    agents.emplace_back([&, i] {
+      auto& session = *bridges[static_cast<std::size_t>(i)];
+      auto& mine = calls[static_cast<std::size_t>(i)];
+      std::vector<std::string> written;
+      for (int n = 0; going; ++n) {
+        const int op = written.empty() ? 0 : n % 3;
+        std::string said, id;
+        if (op == 0) {
+          said = call(session, "memory_add", {{"text", "burst " + std::to_string(i) + "/" + std::to_string(n)}, {"why", "w"}});
+          if (said.starts_with("Saved ")) written.push_back(id = said.substr(6, said.find(' ', 6) - 6));
+        } else if (op == 1) {
+          said = call(session, "memory_patch", {{"id", "m:" + std::to_string(i + 1)}, {"find", "#end"},
+                                               {"replace", "#" + std::to_string(n) + " #end"}});
+        } else {
+          id = written.back();
+          written.pop_back();
+          said = call(session, "memory_delete", {{"id", id}});
+        }
+        mine.push_back({op, n, !said.starts_with("ERROR: "), id, said});
+      }
     });
-  for (auto& writer : writers) writer.join();
+  // Kills far enough apart that no call meets two: a call whose retry is cut off too has no one
+  // left to ask, and may then fail although its change was made.
+  for (int restart = 0; restart < 8; ++restart) {
+    std::this_thread::sleep_for(400ms);
+    ::kill(gateway->pid(), SIGKILL);
+    gateway->wait();
+    gateway = startGateway();
+  }
+  going = false;
+  for (auto& agent : agents) agent.join();
 
-  std::set<std::string> ids;
-  for (const auto& list : answers)
-    for (const auto& answer : list) {
-      ASSERT_EQ(answer.rfind("Saved m:", 0), 0u) << answer;
-      ids.insert(answer.substr(6, answer.find(' ', 6) - 6));
-    }
-  EXPECT_EQ(ids.size(), static_cast<std::size_t>(kBridges * kWrites));
-  EXPECT_EQ(call(*bridges[0], "memory_list_types", json::object()), "1 type under /: burst (160)");
-  while (!bridges.empty()) bridges.pop_back();
-  stop(*gateway, socket);
-}
-
-TEST_F(GatewayProcess, KillNineDuringWritesLosesNoAnsweredWrite) {
-  auto gateway = startGateway();
-  std::vector<std::int64_t> answered;
-  {
-    DoorSocket door(socket);
-    ASSERT_TRUE(door.connected());
-    const std::string request =
-        R"({"wire":1,"payload":{"notes":{"_0":{"write":{"text":"kept","why":"w","writer":"t","type":"","path":""}}}},"id":)";
-    // Keep several writes in flight, so the kill lands in the middle of a burst.
-    int sent = 0;
-    for (; sent < 8; ++sent) door.send(request + std::to_string(sent) + "}\n");
-    for (;;) {
-      const std::string line = door.readLine(2s);
-      if (line.empty()) break;
-      const json reply = json::parse(line);
-      const std::string text = reply["payload"]["text"]["_0"];
-      answered.push_back(std::stoll(text.substr(std::string("Saved m:").size())));
-      if (answered.size() == 300) ::kill(gateway->pid(), SIGKILL);
-      if (answered.size() < 300) door.send(request + std::to_string(sent++) + "}\n");
+  std::size_t failed = 0, total = 0;
+  gateway::MemoryStore reopened(store);
+  for (int i = 0; i < kBridges; ++i) {
+    const std::string tally = reopened.find(i + 1).value().text;
+    for (const auto& made : calls[static_cast<std::size_t>(i)]) {
+      ++total;
+      failed += made.succeeded ? 0 : 1;
+      if (made.op == 0 && made.succeeded) {
+        EXPECT_TRUE(reopened.find(std::stoll(made.id.substr(2))) || std::any_of(calls[static_cast<std::size_t>(i)].begin(),
+            calls[static_cast<std::size_t>(i)].end(), [&](const Call& later) { return later.op == 2 && later.id == made.id; }))
+            << made.id;
+      } else if (made.op == 1) {
+        const std::string mark = "#" + std::to_string(made.n) + " ";
+        std::size_t marks = 0;
+        for (auto at = tally.find(mark); at != std::string::npos; at = tally.find(mark, at + 1)) ++marks;
+        EXPECT_EQ(marks, made.succeeded ? 1u : 0u) << "patch " << made.n << " of bridge " << i << ": " << made.said;
+      } else if (made.op == 2) {
+        EXPECT_EQ(reopened.find(std::stoll(made.id.substr(2))).has_value(), !made.succeeded) << made.id;
+      }
     }
   }
-  gateway->wait();
-  ASSERT_GE(answered.size(), 300u);
-
-  // The store opens cleanly and holds every write that was answered; a new gateway takes over
-  // the stale socket.
-  {
-    gateway::MemoryStore reopened(store);
-    for (const auto id : answered) EXPECT_TRUE(reopened.find(id).has_value()) << "m:" << id;
+  // No write was made twice, and no write that answered a failure was made at all.
+  std::set<std::string> texts;
+  for (std::int64_t id = 1; id <= static_cast<std::int64_t>(total) + kBridges; ++id) {
+    if (const auto memory = reopened.find(id)) {
+      EXPECT_TRUE(texts.insert(memory->text).second) << memory->text;
+    }
   }
-  gateway = startGateway();
-  EXPECT_EQ(call("memory_add", {{"text", "after"}, {"why", "w"}}).substr(0, 8), "Saved m:");
-  bridge.reset();
+  for (int i = 0; i < kBridges; ++i) {
+    for (const auto& made : calls[static_cast<std::size_t>(i)]) {
+      if (made.op == 0 && !made.succeeded) {
+        EXPECT_FALSE(texts.contains("burst " + std::to_string(i) + "/" + std::to_string(made.n))) << made.n;
+      }
+    }
+  }
+  EXPECT_GT(total, 30u);
+  RecordProperty("calls", static_cast<int>(total));
+  RecordProperty("failed", static_cast<int>(failed));
+  bridges.clear();
   stop(*gateway, socket);
 }
 
@@ -443,6 +484,176 @@ TEST_F(GatewayProcess, SaysItsVersionAndWhereItServesAndKeepsItsFiles) {
             "quillon_runbooks=" + data + "/runbooks'\n");
   EXPECT_EQ(paths.wait(), 0);
   EXPECT_FALSE(exists(temp.path() + "/it's data"));  // asking creates nothing
+}
+
+// The cheapest line a gateway answers: a knock, answered with the wire version.
+std::string knock(int id) { return R"({"id":)" + std::to_string(id) + R"(,"wire":1})" "\n"; }
+
+// The message of a reply line's failure; "" for any other line.
+std::string failureOf(const std::string& line) {
+  const json reply = json::parse(line, nullptr, false);
+  if (!reply.is_object() || !reply.contains("payload") || !reply["payload"].contains("failure")) return "";
+  return reply["payload"]["failure"].value("message", "");
+}
+
+// Sets only the soft limit of `resource` for the process `pid`; gives the old limit.
+rlimit limitSoftly(pid_t pid, __rlimit_resource resource, rlim_t soft) {
+  rlimit old{};
+  ::prlimit(pid, resource, nullptr, &old);
+  const rlimit tight{soft, old.rlim_max};
+  EXPECT_EQ(::prlimit(pid, resource, &tight, nullptr), 0);
+  return old;
+}
+
+TEST_F(GatewayProcess, OutOfThreadsTheNewPeersAreToldAndTheGatewayServesOn) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the address sanitizer's own mappings need the address space this test takes away";
+#endif
+  auto gateway = startGateway();
+  // No room left for another thread's stack, as under a 1 GiB address-space limit.
+  std::ifstream status("/proc/" + std::to_string(gateway->pid()) + "/status");
+  std::string field;
+  std::uint64_t kilobytes = 0;
+  while (status >> field && field != "VmSize:") {}
+  status >> kilobytes;
+  ASSERT_GT(kilobytes, 0u);
+  const rlimit old = limitSoftly(gateway->pid(), RLIMIT_AS, (kilobytes << 10) + (4 << 20));
+  std::vector<std::unique_ptr<DoorSocket>> doors;
+  for (int i = 0; i < 12; ++i) {
+    doors.push_back(std::make_unique<DoorSocket>(socket));
+    doors.back()->send(knock(i));
+  }
+  int told = 0;
+  for (int i = 0; i < 12; ++i) {
+    // A thread ended earlier leaves its stack for reuse: the first few peers may still be served.
+    const std::string line = doors[static_cast<std::size_t>(i)]->readLine();
+    ASSERT_FALSE(line.empty()) << "peer " << i << " was not answered";
+    if (const std::string failure = failureOf(line); !failure.empty()) {
+      EXPECT_EQ(failure.substr(0, 63), "The Quillon gateway could not take another connection just now ");
+      ++told;
+    } else {
+      EXPECT_EQ(json::parse(line), json::parse(R"({"id":)" + std::to_string(i) + R"(,"wire":1})"));
+    }
+  }
+  EXPECT_GT(told, 0);
+  ::prlimit(gateway->pid(), RLIMIT_AS, &old, nullptr);
+  doors.clear();
+  EXPECT_EQ(call("self_names", json::object()).substr(0, 12), "No names yet");
+  bridge.reset();
+  stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, OutOfDescriptorsEveryNewPeerIsAnsweredOrClosed) {
+  auto gateway = startGateway();
+  const std::string descriptors = "/proc/" + std::to_string(gateway->pid()) + "/fd";
+  const auto open = std::distance(std::filesystem::directory_iterator(descriptors), {});
+  const rlimit old = limitSoftly(gateway->pid(), RLIMIT_NOFILE, static_cast<rlim_t>(open) + 4);
+  std::vector<std::unique_ptr<DoorSocket>> doors;
+  for (int i = 0; i < 30; ++i) {
+    doors.push_back(std::make_unique<DoorSocket>(socket));
+    doors.back()->send(knock(i));
+  }
+  int answered = 0, closed = 0;
+  for (auto& door : doors) {
+    if (!door->readLine(5s).empty()) {
+      ++answered;
+    } else {
+      ASSERT_TRUE(door->closed()) << "a peer was left waiting, neither answered nor closed";
+      ++closed;
+    }
+  }
+  EXPECT_GT(answered, 0);
+  EXPECT_GT(closed, 0);
+  doors.clear();
+  ::prlimit(gateway->pid(), RLIMIT_NOFILE, &old, nullptr);
+  EXPECT_EQ(call("self_names", json::object()).substr(0, 12), "No names yet");
+  bridge.reset();
+  stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, AFullGatewaySaysItIsBusyAndSilentConnectionsMakeRoom) {
+  auto gateway = startGateway("", "", {"--idle-seconds", "4"});
+  EXPECT_EQ(call("self_names", json::object()).substr(0, 12), "No names yet");  // the bridge holds one
+  std::vector<std::unique_ptr<DoorSocket>> silent;
+  for (int i = 0; i < 511; ++i) silent.push_back(std::make_unique<DoorSocket>(socket));
+  DoorSocket late(socket);
+  late.send(knock(513));
+  EXPECT_EQ(failureOf(late.readLine()),
+            "The Quillon gateway is busy: it already serves 512 connections. Try again in a moment.");
+  // Silent connections are closed in time, the bridge's too; it dials again on its next call.
+  EXPECT_EQ(silent.back()->readLine(), "");
+  EXPECT_TRUE(silent.back()->closed());
+  EXPECT_EQ(call("self_names", json::object()).substr(0, 12), "No names yet");
+  silent.clear();
+  bridge.reset();
+  stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, ALineTooCostlyOrTooLongIsRefusedAlone) {
+  auto gateway = startGateway();
+  DoorSocket door(socket);
+  std::string arrays = "[]";
+  for (int i = 0; i < 150'000; ++i) arrays += ",[]";
+  door.send(R"({"id":4,"wire":1,"payload":[)" + arrays + "]}\n");
+  EXPECT_EQ(failureOf(door.readLine()),
+            "The request holds more than 100,000 JSON values, more than the Quillon gateway reads in one request; "
+            "nothing was changed.");
+  // Without an id there is no one to tell; the connection serves on.
+  door.send(R"({"wire":1,"payload":[)" + arrays + "]}\n");
+  door.send(knock(5));
+  EXPECT_EQ(json::parse(door.readLine()), json::parse(R"({"id":5,"wire":1})"));
+  // Past 16 MiB the request is answered from the line's start, the rest passed over, and the
+  // lines after it served: a bridge must hear why, never redial to send it again.
+  door.send(R"({"id":6,"wire":1,"payload":")" + std::string(std::size_t{17} << 20, 'x') + "\"}\n" + knock(7));
+  EXPECT_EQ(failureOf(door.readLine()),
+            "The request is over 16 MiB, more than the Quillon gateway reads in one request; nothing was changed. A "
+            "memory's text holds at most 1 MiB.");
+  EXPECT_EQ(json::parse(door.readLine()), json::parse(R"({"id":7,"wire":1})"));
+  stop(*gateway, socket);
+}
+
+TEST_F(GatewayProcess, AFullDiskFailsEveryWriteAndIsNamedAtStart) {
+  const std::string data = temp.path() + "/data";
+  std::filesystem::create_directories(data);
+  if (::mount("tmpfs", data.c_str(), "tmpfs", 0, "size=2m,mode=0700") != 0)
+    GTEST_SKIP() << "needs root to mount a small file system";
+  struct Unmount {
+    std::string at;
+    ~Unmount() { ::umount2(at.c_str(), MNT_DETACH); }
+  } unmount{data};
+  const auto fill = [&] {
+    std::ofstream filler(data + "/filler", std::ios::binary | std::ios::app);
+    const std::string block(512, 'f');
+    while (filler.write(block.data(), static_cast<std::streamsize>(block.size())) && filler.flush()) {}
+  };
+  auto gateway = startGateway();
+  EXPECT_EQ(call("memory_add", {{"text", "before the disk filled"}, {"why", "w"}}), "Saved m:1 (note) under /.");
+  fill();
+  const std::pair<std::string, json> writes[] = {
+      {"memory_add", {{"text", std::string(20'000, 'a')}, {"why", "w"}}},
+      {"scope_set_for_session", {{"scope", "/code/quillon"}}},
+      {"scope_map_folder", {{"folder", "/home/mq/code"}, {"scope", "/code"}}},
+      {"self_names", {{"names", {"Mara Quint"}}}},
+      {"memory_edit", {{"id", "m:1"}, {"text", std::string(20'000, 'b')}}},
+      {"memory_patch", {{"id", "m:1"}, {"find", "before"}, {"replace", "after"}}},
+      {"memory_edit_filters", {{"id", "m:1"}, {"set", {{"status", "full"}}}}},
+      {"memory_delete", {{"id", "m:1"}}},
+      {"mod_install", {{"name", "tasks"}}},
+  };
+  for (const auto& [tool, arguments] : writes) EXPECT_EQ(call(tool, arguments).substr(0, 7), "ERROR: ") << tool;
+  bridge.reset();
+  stop(*gateway, socket);
+
+  // The last connection to close takes the WAL and its index with it: opening again needs room.
+  std::filesystem::remove(data + "/filler");
+  { gateway::MemoryStore closing(store); }
+  fill();
+  ChildProcess again(QUILLON_GATEWAY_PATH, environment());
+  const std::string said = again.readAllErrors();
+  EXPECT_EQ(said.substr(0, said.find(" (")), "quillon-gateway: store " + store + ": the disk holding " + data +
+                                                 "/quillon is full; free some space there and start the gateway again");
+  const int status = again.wait();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
 }
 
 }  // namespace
