@@ -57,8 +57,10 @@ demo:
 bench: build
 	./bench/run.sh $(BUILD)
 
+# Every fuzz target for FUZZ_SECONDS each (fuzz/run.sh says which and how).
+FUZZ_SECONDS ?= 60
 fuzz: deps
-	./fuzz/run.sh 60
+	./fuzz/run.sh $(FUZZ_SECONDS)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) build-fuzz
