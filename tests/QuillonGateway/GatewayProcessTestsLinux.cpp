@@ -532,6 +532,11 @@ TEST_F(GatewayProcess, OutOfThreadsTheNewPeersAreToldAndTheGatewayServesOn) {
 }
 
 TEST_F(GatewayProcess, OutOfDescriptorsEveryNewPeerIsAnsweredOrClosed) {
+#ifdef __SANITIZE_ADDRESS__
+  // The sanitizers' vptr check probes memory through a pipe, which a process out of descriptors
+  // cannot open: it then reports a sound thread start as a bad object and stops the gateway.
+  GTEST_SKIP() << "the sanitizers' memory probe needs the descriptors this test takes away";
+#endif
   auto gateway = startGateway();
   const std::string descriptors = "/proc/" + std::to_string(gateway->pid()) + "/fd";
   const auto open = std::distance(std::filesystem::directory_iterator(descriptors), {});
