@@ -55,6 +55,23 @@ constexpr std::array<std::string_view, MemoryStore::kSchemaVersion> kMigrations 
     // from here instead of being served twice.
     R"(CREATE TABLE door_tokens(token TEXT PRIMARY KEY, answer TEXT NOT NULL, at REAL NOT NULL) WITHOUT ROWID;
        CREATE INDEX door_tokens_by_age ON door_tokens(at);)",
+    // The agent sessions seen (SessionBook): who, where, since when, how many prompts, and the
+    // first prompt's first line as a title. The prompt counts kept so far move in. Then how
+    // recall rode: one row per prompt a hook sent, one per card shown, one per card opened.
+    R"(CREATE TABLE sessions(id TEXT PRIMARY KEY, writer TEXT, first REAL NOT NULL, last REAL NOT NULL,
+         cwd TEXT, transcript TEXT, prompts INTEGER NOT NULL DEFAULT 0, title TEXT) WITHOUT ROWID;
+       CREATE INDEX sessions_by_last ON sessions(last);
+       CREATE INDEX memories_by_session ON memories(session, id) WHERE session IS NOT NULL;
+       INSERT INTO sessions(id, first, last, prompts) SELECT session, first, last, prompts FROM session_prompts;
+       DROP TABLE session_prompts;
+       CREATE TABLE recall_prompts(at REAL NOT NULL, session TEXT NOT NULL, scope TEXT NOT NULL,
+         cards INTEGER NOT NULL, shortcut INTEGER NOT NULL);
+       CREATE INDEX recall_prompts_by_at ON recall_prompts(at);
+       CREATE TABLE recall_shown(at REAL NOT NULL, session TEXT NOT NULL, memory INTEGER NOT NULL);
+       CREATE INDEX recall_shown_by_at ON recall_shown(at);
+       CREATE INDEX recall_shown_by_session ON recall_shown(session, memory);
+       CREATE TABLE recall_opened(session TEXT NOT NULL, memory INTEGER NOT NULL, subagent INTEGER NOT NULL,
+         at REAL NOT NULL, PRIMARY KEY(session, memory, subagent)) WITHOUT ROWID;)",
 };
 
 // The migration after which the recall indexes are filled from the memories already stored.
@@ -483,16 +500,8 @@ void MemoryStore::keepAnswer(std::string_view token, std::string_view answer, do
       .step();
 }
 
-void MemoryStore::countPrompt(std::string_view session, double at) {
-  database_->cached("INSERT INTO session_prompts(session, prompts, first, last) VALUES (?1, 1, ?2, ?2) "
-                    "ON CONFLICT(session) DO UPDATE SET prompts = prompts + 1, last = max(last, ?2)")
-      .bind(1, session)
-      .bind(2, at)
-      .step();
-}
-
 std::int64_t MemoryStore::promptsOf(std::string_view session) {
-  auto& statement = database_->cached("SELECT prompts FROM session_prompts WHERE session = ?1");
+  auto& statement = database_->cached("SELECT prompts FROM sessions WHERE id = ?1");
   statement.bind(1, session);
   const std::int64_t prompts = statement.step() ? statement.integer(0) : 0;
   statement.reset();

@@ -58,7 +58,7 @@ struct FolderScope {
 
 class MemoryStore {
  public:
-  static constexpr int kSchemaVersion = 4;
+  static constexpr int kSchemaVersion = 5;
   // How long the answer to a door token is kept: far longer than any retry takes.
   static constexpr double kTokenSeconds = 60 * 60;
 
@@ -123,8 +123,6 @@ class MemoryStore {
   // Keeps `answer` for `token`, and forgets the answers older than kTokenSeconds.
   void keepAnswer(std::string_view token, std::string_view answer, double now);
 
-  // Counts one user prompt of `session`, seen at `at`.
-  void countPrompt(std::string_view session, double at);
   // The prompts counted for `session` so far.
   std::int64_t promptsOf(std::string_view session);
 

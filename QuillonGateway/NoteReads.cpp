@@ -1,6 +1,8 @@
 #include "QuillonGateway/StoreVerbs.hpp"
 
 #include "QuillonGateway/MemoryStore.hpp"
+#include "QuillonGateway/SessionBook.hpp"
+#include "QuillonGateway/Sqlite.hpp"
 #include "QuillonGateway/ShapeLaws.hpp"
 #include "QuillonGateway/StoreWording.hpp"
 
@@ -40,10 +42,18 @@ GatewayResponse answer(VerbContext& context, const wire::read::ListTypes& reques
 }
 
 GatewayResponse answer(VerbContext& context, const wire::read::Grab& grab) {
-  const auto id = parseMemoryID(trimmed(grab.id));
-  if (!id) return GatewayResponse{wire::answer::Thing{}};
+  const std::string asked = trimmed(grab.id);
+  const auto id = parseMemoryID(asked);
+  if (!id) return GatewayResponse{wire::answer::Thing{sessionCard(context, asked)}};
   const auto memory = context.store.find(*id);
   if (!memory) return GatewayResponse{wire::answer::Thing{}};
+  if (grab.session && SessionBook::isSessionID(*grab.session)) {
+    try {
+      SessionBook(context.store.database()).noteGrab(*grab.session, grab.subagent.has_value(), *id, context.now);
+    } catch (const SqlError&) {
+      // An opening left uncounted costs a statistic, never the grab.
+    }
+  }
   return GatewayResponse{wire::answer::Thing{noteCard(*memory)}};
 }
 

@@ -5,6 +5,7 @@
 #include "QuillonGateway/MemoryStore.hpp"
 #include "QuillonGateway/RecallIndex.hpp"
 #include "QuillonGateway/RecallWords.hpp"
+#include "QuillonGateway/SessionBook.hpp"
 #include "QuillonGateway/Shortcuts.hpp"
 #include "QuillonGateway/Sqlite.hpp"
 #include "QuillonGateway/StoreVerbs.hpp"
@@ -190,18 +191,28 @@ GatewayResponse answer(VerbContext& context, const wire::read::Grep& grep) {
 }
 
 GatewayResponse answer(VerbContext& context, const wire::read::Primed& primed) {
-  if (primed.countsPrompt && primed.session && !primed.session->empty()) {
-    try {
-      context.store.countPrompt(*primed.session, context.now);
-    } catch (const SqlError&) {
-      // A prompt left uncounted costs a statistic; a failed answer would cost the prompt its cards.
-    }
-  }
   const auto scope = callerScope(context, primed.cwd, primed.session, primed.writer.value_or(""));
   wire::answer::Primed answer{.cards = {}, .distilled = false, .shortcut = {}, .justEnded = {}};
   if (const auto ask = shortcutAsk(primed.prompt)) answer.shortcut = shortcutInjection(context, *ask, scope);
   // A prompt that works a shortcut is about the shortcut, not about memories.
   if (!answer.shortcut) answer.cards = primeCards(context, primed.prompt, scope);
+  if (primed.countsPrompt && primed.session && SessionBook::isSessionID(*primed.session)) {
+    // Counts only: which memories rode, never their words.
+    std::vector<std::int64_t> shown;
+    for (const auto& card : answer.cards)
+      if (const auto id = parseMemoryID(card.grabId)) shown.push_back(*id);
+    const bool fired = answer.shortcut && std::holds_alternative<wire::shortcut::Fired>(answer.shortcut->value);
+    try {
+      // One commit for the prompt's counts: the hook waits on this answer.
+      const auto transaction = context.store.beginWrite();
+      SessionBook book(context.store.database());
+      book.countPrompt(*primed.session, primed.prompt, context.now);
+      book.notePrompt(*primed.session, scope, shown, fired, context.now);
+      transaction->commit();
+    } catch (const SqlError&) {
+      // A prompt left uncounted costs a statistic; a failed answer would cost the prompt its cards.
+    }
+  }
   return GatewayResponse{std::move(answer)};
 }
 

@@ -3,6 +3,8 @@
 #include <chrono>
 
 #include "QuillonGateway/MemoryStore.hpp"
+#include "QuillonGateway/SessionBook.hpp"
+#include "QuillonGateway/ShapeLaws.hpp"
 #include "QuillonGateway/Sqlite.hpp"
 #include "QuillonGateway/StoreVerbs.hpp"
 #include "QuillonGateway/StoreWording.hpp"
@@ -26,7 +28,47 @@ struct Verbs {
   }
 };
 
+std::optional<std::string_view> given(const std::string& value, std::size_t limit) {
+  if (value.empty() || value.size() > limit) return std::nullopt;
+  return value;
+}
+std::optional<std::string_view> given(const std::optional<std::string>& value, std::size_t limit) {
+  if (!value) return std::nullopt;
+  return given(*value, limit);
+}
+
+// What the request says about the agent session it comes from, when it names one.
+template <class Verb>
+std::optional<SessionSighting> sightingOf(const Verb& verb) {
+  if constexpr (requires { verb.session; }) {
+    if (!verb.session) return std::nullopt;
+    SessionSighting sighting{.id = *verb.session, .writer = {}, .cwd = {}, .transcript = {}};
+    if constexpr (requires { verb.writer; }) sighting.writer = given(verb.writer, ShapeLaws::kMaxWordBytes);
+    if constexpr (requires { verb.cwd; }) sighting.cwd = given(verb.cwd, ShapeLaws::kMaxFolderBytes);
+    if constexpr (requires { verb.transcript; }) sighting.transcript = given(verb.transcript, ShapeLaws::kMaxFolderBytes);
+    return sighting;
+  } else {
+    return std::nullopt;
+  }
+}
+
 }  // namespace
+
+void StoreGateway::noteSighting(VerbContext& context, const SessionSighting& sighting) {
+  // A bridge names its session on every call: one record a minute says as much as one per call,
+  // and keeps reads from writing.
+  std::string key(sighting.id);
+  for (const auto& part : {sighting.writer, sighting.cwd, sighting.transcript})
+    key.append(1, '\0').append(part.value_or("\x01"));
+  if (key == lastSighting_ && context.now - lastSightingAt_ < kSightingSeconds) return;
+  try {
+    noteSession(context, sighting);
+    lastSighting_ = std::move(key);
+    lastSightingAt_ = context.now;
+  } catch (const SqlError&) {
+    // A session left unrecorded costs an offer later; a failed answer would cost this request.
+  }
+}
 
 StoreGateway::StoreGateway(MemoryStore& store, DiagnosticSink diagnostics, Clock clock)
     : store_(store), diagnostics_(std::move(diagnostics)), clock_(std::move(clock)) {}
@@ -52,7 +94,16 @@ wire::GatewayResponse StoreGateway::serve(const wire::GatewayRequest& request) {
     }
   } settle{store_};
   try {
-    return std::visit([&](const auto& family) { return std::visit(verbs, family.request.value); }, request.value);
+    return std::visit(
+        [&](const auto& family) {
+          return std::visit(
+              [&](const auto& verb) {
+                if (const auto sighting = sightingOf(verb)) noteSighting(context, *sighting);
+                return verbs(verb);
+              },
+              family.request.value);
+        },
+        request.value);
   } catch (const SqlError& error) {
     return failure("The store could not answer (" + std::string(error.what()) + "); nothing was changed.");
   } catch (const std::exception& error) {

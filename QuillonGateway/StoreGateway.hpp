@@ -12,6 +12,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 #include <string_view>
 
 #include "QuillonWire/Gateway.hpp"
@@ -19,6 +20,8 @@
 namespace quillon::gateway {
 
 class MemoryStore;
+struct SessionSighting;
+struct VerbContext;
 
 class StoreGateway final : public wire::Gateway {
  public:
@@ -46,9 +49,15 @@ class StoreGateway final : public wire::Gateway {
   static constexpr std::size_t kMaxTokenBytes = 128;
 
  private:
+  // How long a sighting of the same session, with the same facts, goes unrecorded again.
+  static constexpr double kSightingSeconds = 60;
+  void noteSighting(VerbContext& context, const SessionSighting& sighting);
+
   MemoryStore& store_;
   DiagnosticSink diagnostics_;
   Clock clock_;
+  std::string lastSighting_;
+  double lastSightingAt_ = 0;
 };
 
 }  // namespace quillon::gateway

@@ -13,6 +13,7 @@
 namespace quillon::gateway {
 
 class MemoryStore;
+struct SessionSighting;
 
 // What one request may use: the store, where diagnostic lines go, and the request's moment.
 struct VerbContext {
@@ -50,6 +51,14 @@ GatewayResponse answer(VerbContext& context, const wire::diagnostic::Log& log);
 GatewayResponse answer(VerbContext& context, const wire::read::Recall& recall);
 GatewayResponse answer(VerbContext& context, const wire::read::Grep& grep);
 GatewayResponse answer(VerbContext& context, const wire::read::Primed& primed);
+
+// Sessions (SessionVerbs.cpp): the agent sessions seen, offered by scope, and how recall rode.
+GatewayResponse answer(VerbContext& context, const wire::read::SessionList& request);
+GatewayResponse answer(VerbContext& context, const wire::read::RecallStats& request);
+// Records what a request says about its session; an id that cannot name one is passed over.
+void noteSession(VerbContext& context, const SessionSighting& sighting);
+// The card grab shows for a session id the gateway has seen.
+std::optional<wire::Card> sessionCard(VerbContext& context, std::string_view id);
 
 // The scope a caller works in: the folder→scope map applied to its folder, else the scope its
 // session declared, else the root.

@@ -160,7 +160,8 @@ TEST(RecallMigration, AnOlderStoreIsIndexedOnOpeningWithProgress) {
     transaction->commit();
     // As the store was before recall: no indexes, and the schema version before them.
     store.database().exec("DROP TABLE recall_words; DROP TABLE recall_grams; DROP VIEW recall_source; "
-                          "DROP TABLE session_prompts; DROP TABLE door_tokens; PRAGMA user_version = 2;");
+                          "DROP TABLE sessions; DROP TABLE recall_prompts; DROP TABLE recall_shown; DROP TABLE recall_opened; "
+                          "DROP INDEX memories_by_session; DROP TABLE door_tokens; PRAGMA user_version = 2;");
   }
   std::vector<std::string> lines;
   MemoryStore store(path, [&](std::string_view line) { lines.emplace_back(line); });

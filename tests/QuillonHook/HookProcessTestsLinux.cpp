@@ -120,6 +120,46 @@ TEST_F(HookProcess, APromptGetsRulesMemoryAndShortcutsAndTheRunbooksAreInPlace) 
     EXPECT_FALSE(contents(temp.path() + "/data/quillon/runbooks/" + name).empty()) << name;
 }
 
+TEST_F(HookProcess, ASecondSessionCarriesOnTheFirstThroughItsHooksAndTheBridge) {
+  startGateway();
+  const std::string transcript = temp.path() + "/first.jsonl";
+  std::ofstream(transcript)
+      << R"({"type":"user","message":{"role":"user","content":"Fix the upload retry"}})" "\n"
+      << R"({"type":"assistant","message":{"content":[{"type":"tool_use","name":"Edit","input":{"file_path":"/p/retry.ts"}}]}})" "\n";
+  const auto prompt = [&](const std::string& session, const std::string& text, const std::string& path) {
+    json input = {{"session_id", session}, {"prompt", text}, {"cwd", "/tmp"}, {"hook_event_name", "UserPromptSubmit"}};
+    if (!path.empty()) input["transcript_path"] = path;
+    EXPECT_EQ(hook({"prompt", "--agent", "claude"}, input.dump()).status, 0);
+  };
+  prompt("s-a", "Fix the upload retry", transcript);
+  prompt("s-a", "and its tests", transcript);
+  prompt("s-b", "where was I?", "");
+
+  auto environment = this->environment(service);
+  environment["CLAUDE_CODE_SESSION_ID"] = "s-b";
+  ChildProcess bridge(QUILLON_MCP_PATH, environment);
+  bridge.write(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"clientInfo":{"name":"claude-code"}}})" "\n");
+  bridge.readLine();
+  const auto call = [&](const std::string& tool, const json& arguments) {
+    bridge.write(json{{"jsonrpc", "2.0"}, {"id", 1}, {"method", "tools/call"},
+                      {"params", {{"name", tool}, {"arguments", arguments}}}}
+                     .dump() +
+                 "\n");
+    return json::parse(bridge.readLine())["result"]["content"][0]["text"].get<std::string>();
+  };
+  const std::string offer = call("session_list", json::object());
+  EXPECT_NE(offer.find("Scope: /\n\n- Session: Fix the upload retry\n    today "), std::string::npos) << offer;
+  EXPECT_NE(offer.find(" · 2 turns\n      ├ (a)  continue\n"), std::string::npos) << offer;
+  EXPECT_NE(offer.find("(a) grab s-a; read the last 20 turns"), std::string::npos) << offer;
+  const std::string card = call("grab", {{"id", "s-a"}});
+  EXPECT_EQ(card.rfind("[session] s-a · today ", 0), 0u) << card;
+  EXPECT_NE(card.find("\n  Fix the upload retry\n  when: started today "), std::string::npos) << card;
+  EXPECT_NE(card.find("\n  files (1):\n    /p/retry.ts\n  tail:\n    You: Fix the upload retry\n  file: " +
+                      transcript + "\n  why: claude-code chat in / · 2 turns"),
+            std::string::npos)
+      << card;
+}
+
 TEST_F(HookProcess, AnythingWrongIsSilenceAndStatusZeroWithTheReasonLogged) {
   // No gateway at all.
   const auto alone = hook({"prompt"}, R"({"session_id":"s","prompt":"hello"})", "example.fernhollow.quillon.test.none");
