@@ -60,6 +60,9 @@ void noteSession(VerbContext& context, const SessionSighting& sighting);
 // The card grab shows for a session id the gateway has seen.
 std::optional<wire::Card> sessionCard(VerbContext& context, std::string_view id);
 
+// The agent inventory (AgentInventory.cpp): each agent's install, connection and memory files.
+GatewayResponse answer(VerbContext& context, const wire::read::ConfigScan& request);
+
 // The scope a caller works in: the folder→scope map applied to its folder, else the scope its
 // session declared, else the root.
 std::string callerScope(VerbContext& context, const std::optional<std::string>& cwd,
