@@ -58,6 +58,16 @@ void checkInvariants(gateway::Database& database) {
 
 }  // namespace
 
+// The agent inventory looks through the home's settings: a home that does not exist keeps every
+// run the same whatever machine fuzzes.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  setenv("HOME", "/nonexistent/quillon-fuzz-home", 1);
+  setenv("PATH", "/nonexistent", 1);
+  unsetenv("CODEX_HOME");
+  unsetenv("XDG_CONFIG_HOME");
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string_view rest(reinterpret_cast<const char*>(data), size);
   gateway::MemoryStore store(":memory:");
