@@ -108,8 +108,12 @@ class Turnaway {
   Turnaway(const Turnaway&) = delete;
   Turnaway& operator=(const Turnaway&) = delete;
 
-  // Throws std::system_error when the thread cannot start.
-  void start() { thread_ = std::thread([this] { run(); }); }
+  // Throws std::system_error when the thread cannot start. Room for every peer it may hold is
+  // made now: it is needed when memory is what ran out.
+  void start() {
+    arriving_.reserve(kMaxTurnedAway);
+    thread_ = std::thread([this] { run(); });
+  }
 
   // Answers the peer's request with `text`. With kMaxTurnedAway peers already waiting, the peer
   // is closed at once: a clean close is better than a queue without end.
@@ -139,44 +143,63 @@ class Turnaway {
 
   void run() {
     std::vector<Peer> waiting;
+    std::vector<pollfd> watched;
+    waiting.reserve(kMaxTurnedAway);
+    watched.reserve(kMaxTurnedAway);
     for (;;) {
-      {
-        std::unique_lock guard(lock_);
-        if (waiting.empty()) wake_.wait(guard, [&] { return stopping_ || !arriving_.empty(); });
-        if (stopping_) return;
-        for (auto& peer : arriving_) waiting.push_back(std::move(peer));
+      try {
+        if (!turnAway(waiting, watched)) return;
+      } catch (const std::exception&) {
+        // Out of memory, most likely: every peer held is closed unanswered rather than left
+        // waiting, and the next ones are told again.
+        std::lock_guard guard(lock_);
+        held_ = 0;
+        waiting.clear();
         arriving_.clear();
       }
-      std::vector<pollfd> watched;
-      for (const auto& peer : waiting) watched.push_back({peer.fd.get(), POLLIN, 0});
-      ::poll(watched.data(), watched.size(), 50);
-      const auto now = std::chrono::steady_clock::now();
-      std::size_t closed = 0;
-      for (std::size_t i = waiting.size(); i-- > 0;) {
-        Peer& peer = waiting[i];
-        bool done = now >= peer.deadline;
-        if (watched[i].revents != 0) {
-          char chunk[4096];
-          const auto got = ::recv(peer.fd.get(), chunk, sizeof chunk, MSG_DONTWAIT);
-          if (got > 0) peer.received.append(chunk, static_cast<std::size_t>(got));
-          // The id comes first in every line a bridge sends; a long line's start is enough.
-          done = done || got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR) ||
-                 peer.received.find('\n') != std::string::npos || peer.received.size() >= 64 * 1024;
-        }
-        if (!done) continue;
-        const std::string_view line(peer.received.data(), std::min(peer.received.size(), peer.received.find('\n')));
-        if (const auto id = LineCensus::of(line).id) {
-          const std::string reply = failureLine(*id, peer.text);
-          ::send(peer.fd.get(), reply.data(), reply.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        }
-        waiting.erase(waiting.begin() + static_cast<std::ptrdiff_t>(i));
-        ++closed;
-      }
-      if (closed > 0) {
-        std::lock_guard guard(lock_);
-        held_ -= closed;
-      }
     }
+  }
+
+  // One round: takes the peers arriving, reads what they sent, answers those done. False once
+  // stopping.
+  bool turnAway(std::vector<Peer>& waiting, std::vector<pollfd>& watched) {
+    {
+      std::unique_lock guard(lock_);
+      if (waiting.empty()) wake_.wait(guard, [&] { return stopping_ || !arriving_.empty(); });
+      if (stopping_) return false;
+      for (auto& peer : arriving_) waiting.push_back(std::move(peer));
+      arriving_.clear();
+    }
+    watched.clear();
+    for (const auto& peer : waiting) watched.push_back({peer.fd.get(), POLLIN, 0});
+    ::poll(watched.data(), watched.size(), 50);
+    const auto now = std::chrono::steady_clock::now();
+    std::size_t closed = 0;
+    for (std::size_t i = waiting.size(); i-- > 0;) {
+      Peer& peer = waiting[i];
+      bool done = now >= peer.deadline;
+      if (watched[i].revents != 0) {
+        char chunk[4096];
+        const auto got = ::recv(peer.fd.get(), chunk, sizeof chunk, MSG_DONTWAIT);
+        if (got > 0) peer.received.append(chunk, static_cast<std::size_t>(got));
+        // The id comes first in every line a bridge sends; a long line's start is enough.
+        done = done || got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR) ||
+               peer.received.find('\n') != std::string::npos || peer.received.size() >= 64 * 1024;
+      }
+      if (!done) continue;
+      const std::string_view line(peer.received.data(), std::min(peer.received.size(), peer.received.find('\n')));
+      if (const auto id = LineCensus::of(line).id) {
+        const std::string reply = failureLine(*id, peer.text);
+        ::send(peer.fd.get(), reply.data(), reply.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+      }
+      waiting.erase(waiting.begin() + static_cast<std::ptrdiff_t>(i));
+      ++closed;
+    }
+    if (closed > 0) {
+      std::lock_guard guard(lock_);
+      held_ -= closed;
+    }
+    return true;
   }
 
   std::mutex lock_;
@@ -278,7 +301,9 @@ struct GatewayDaemon::State {
   // Declared last: stopped before anything it logs to goes.
   Turnaway turnaway;
 
+  // Serves the peer until it goes, then closes it; a connection that fails ends alone.
   void serveConnection(int fd);
+  void serveLines(int fd, std::unique_ptr<MemoryStore>& store, std::unique_ptr<StoreGateway>& gateway);
   // Takes the peer on a thread of its own, or tells it why not. Runs on the accepting thread.
   void admit(const std::shared_ptr<State>& self, Fd peer);
   std::optional<std::string> answer(std::string_view line, std::unique_ptr<MemoryStore>& store,
@@ -385,6 +410,27 @@ std::optional<std::string> GatewayDaemon::State::answerWithinBudget(std::string_
 void GatewayDaemon::State::serveConnection(int fd) {
   std::unique_ptr<MemoryStore> store;
   std::unique_ptr<StoreGateway> gateway;
+  try {
+    serveLines(fd, store, gateway);
+  } catch (const std::exception& error) {
+    // Out of memory under an address-space limit, most likely: this connection ends, the others
+    // are served on. Its bridge dials again on its next call.
+    try {
+      log->write(std::string("closed a connection that could not go on (") + error.what() + ")");
+    } catch (...) {
+      // Not even the line could be made: the close says it to the bridge.
+    }
+  }
+  gateway.reset();
+  giveBack(std::move(store));
+  std::lock_guard guard(lock_);
+  connections.erase(fd);
+  ::close(fd);
+  ended.notify_all();
+}
+
+void GatewayDaemon::State::serveLines(int fd, std::unique_ptr<MemoryStore>& store,
+                                      std::unique_ptr<StoreGateway>& gateway) {
   std::optional<kit::LineBuffer> lines(std::in_place, kMaxLineBytes);
   bool skipping = false;  // passing over the rest of a line that was too long
   char chunk[64 * 1024];
@@ -438,12 +484,6 @@ void GatewayDaemon::State::serveConnection(int fd) {
       ::malloc_trim(0);
     }
   }
-  gateway.reset();
-  giveBack(std::move(store));
-  std::lock_guard guard(lock_);
-  connections.erase(fd);
-  ::close(fd);
-  ended.notify_all();
 }
 
 void GatewayDaemon::State::admit(const std::shared_ptr<State>& self, Fd peer) {
@@ -474,7 +514,11 @@ void GatewayDaemon::State::admit(const std::shared_ptr<State>& self, Fd peer) {
       }
     }
   }
-  turnaway.take(std::move(peer), std::move(refusal));
+  try {
+    turnaway.take(std::move(peer), std::move(refusal));
+  } catch (const std::exception&) {
+    // No memory even to queue the peer: it is closed unanswered.
+  }
 }
 
 GatewayDaemon::GatewayDaemon(std::shared_ptr<State> state) : state_(std::move(state)) {}
