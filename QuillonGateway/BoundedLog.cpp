@@ -27,9 +27,13 @@ std::string timestamp() {
 
 }  // namespace
 
-BoundedLog::BoundedLog(std::string path, std::size_t maxBytes, bool echo)
-    : path_(std::move(path)), maxBytes_(maxBytes), echo_(echo) {
-  openFile();
+BoundedLog::BoundedLog(std::string path, std::size_t maxBytes, Sink sink)
+    : path_(std::move(path)), maxBytes_(maxBytes), sink_(sink) {
+  if (sink_ != Sink::journal) openFile();
+}
+
+std::string BoundedLog::where() const {
+  return sink_ == Sink::journal ? "the journal (journalctl --user -u quillon-gateway)" : path_;
 }
 
 BoundedLog::~BoundedLog() {
@@ -43,7 +47,7 @@ void BoundedLog::openFile() {
 }
 
 void BoundedLog::write(std::string_view line) {
-  std::string entry = timestamp() + " ";
+  std::string entry = sink_ == Sink::journal ? std::string() : timestamp() + " ";
   entry.reserve(entry.size() + line.size() + 1);
   for (char c : line) entry += (c == '\n' || c == '\r') ? ' ' : c;
   if (entry.size() + 1 > maxBytes_) {
@@ -52,6 +56,11 @@ void BoundedLog::write(std::string_view line) {
   }
   entry += '\n';
   std::lock_guard guard(lock_);
+  if (sink_ == Sink::journal) {
+    // The journal keeps what it is given; a journal that went away has nothing to keep it in.
+    if (::write(STDERR_FILENO, entry.data(), entry.size()) < 0) return;
+    return;
+  }
   if (bytes_ + entry.size() > maxBytes_) {
     if (fd_ >= 0) ::close(fd_);
     ::rename(path_.c_str(), (path_ + ".1").c_str());
@@ -59,7 +68,7 @@ void BoundedLog::write(std::string_view line) {
   }
   if (fd_ >= 0 && ::write(fd_, entry.data(), entry.size()) > 0) bytes_ += entry.size();
   // Someone asked to watch; a terminal that went away loses nothing the file does not keep.
-  if (echo_ && ::write(STDERR_FILENO, entry.data(), entry.size()) < 0) return;
+  if (sink_ == Sink::fileAndWatch && ::write(STDERR_FILENO, entry.data(), entry.size()) < 0) return;
 }
 
 }  // namespace quillon::gateway

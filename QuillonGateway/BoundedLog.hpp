@@ -5,6 +5,9 @@
 // (replacing the older one) and a new file begins, so the log holds at most twice the bound on
 // disk. Files are created 0600. Thread-safe. Failing to write a log line is not the gateway's
 // business to report: the line is dropped.
+//
+// Under systemd the log is the journal instead: each line goes to standard error unstamped (the
+// journal stamps it), and no file is kept.
 #pragma once
 
 #include <cstddef>
@@ -18,14 +21,21 @@ class BoundedLog {
  public:
   static constexpr std::size_t kDefaultMaxBytes = std::size_t{1} << 20;
 
-  // `echo` also copies each line to standard error: only when someone asked to watch.
-  explicit BoundedLog(std::string path, std::size_t maxBytes = kDefaultMaxBytes, bool echo = false);
+  enum class Sink {
+    file,          // the bounded file
+    fileAndWatch,  // the file, each line also copied to standard error for someone watching
+    journal,       // standard error only, where systemd's journal reads it
+  };
+
+  explicit BoundedLog(std::string path, std::size_t maxBytes = kDefaultMaxBytes, Sink sink = Sink::file);
   ~BoundedLog();
   BoundedLog(const BoundedLog&) = delete;
   BoundedLog& operator=(const BoundedLog&) = delete;
 
   // Appends one line; line breaks inside it are written as blanks, so one call is one line.
   void write(std::string_view line);
+  // Where a person finds the log: the file, or the journal.
+  std::string where() const;
   const std::string& path() const { return path_; }
 
  private:
@@ -33,7 +43,7 @@ class BoundedLog {
 
   const std::string path_;
   const std::size_t maxBytes_;
-  const bool echo_;
+  const Sink sink_;
   std::mutex lock_;
   int fd_ = -1;             // guarded by lock_
   std::size_t bytes_ = 0;   // guarded by lock_

@@ -7,7 +7,8 @@
 // this user gets its own thread and its own store connection, so a slow request on one bridge
 // holds up no other beyond SQLite's write lock; replies carry the request's id. Peers of another
 // uid are closed at once, unanswered. Logs go to "gateway.log" under the data folder (bounded),
-// and to standard error only when `echoLog` asks for it.
+// and to standard error when `echoLog` asks for it; under systemd (`journal`) to standard error
+// alone, for the journal.
 //
 // The gateway outlives its limits rather than dying of them: a peer it cannot take (512 already
 // served, no thread to be had) is answered a `failure` that says so; running out of file
@@ -28,7 +29,9 @@ struct DaemonSettings {
   std::string serviceName;      // the door's service name
   std::string namespaceFolder;  // where the service's socket lives
   std::string dataFolder;       // the store, the logs
-  bool echoLog = false;
+  bool echoLog = false;      // copy the log to standard error for someone watching
+  bool journal = false;      // log to standard error only, where systemd's journal reads it
+  bool logRequests = false;  // one log line per request: the verb, how long it took, the answer's kind
   // A connection that sends nothing for this long is closed, so forgotten bridges cannot hold
   // every place; a bridge dials again on its next request.
   std::chrono::milliseconds idleClose = std::chrono::minutes(5);

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <chrono>
 #include <climits>
 #include <condition_variable>
@@ -25,6 +26,7 @@
 
 #include "QuillonGateway/BoundedLog.hpp"
 #include "QuillonGateway/GatewayDaemon.hpp"
+#include "QuillonGateway/GatewayStatus.hpp"
 #include "QuillonGateway/LineCensus.hpp"
 #include "QuillonGateway/MemoryStore.hpp"
 #include "QuillonGateway/Runbooks.hpp"
@@ -33,6 +35,7 @@
 #include "QuillonKit/DoorFrame.hpp"
 #include "QuillonKit/DoorNamespace.hpp"
 #include "QuillonKit/LineBuffer.hpp"
+#include "QuillonWire/ClientVersion.hpp"
 #include "QuillonWire/GatewayRequest.hpp"
 #include "QuillonWire/GatewayResponse.hpp"
 #include "QuillonWire/GatewayWire.hpp"
@@ -322,6 +325,28 @@ std::string replyLine(std::uint64_t id, std::optional<std::string> payload, std:
   return kit::DoorFrame::encode(reply).value_or("");
 }
 
+// One request as --verbose logs it: which verb, the kind of answer, how long it took. Never what
+// the request or the answer said: that is the user's.
+std::string requestLine(const std::optional<std::string>& payload, const wire::GatewayResponse& response,
+                        std::chrono::steady_clock::duration took) {
+  std::string verb = "malformed";
+  if (payload)
+    if (const auto request = wire::decodeRequest(*payload))
+      verb = std::visit(
+          [](const auto& family) {
+            return std::string(std::decay_t<decltype(family)>::wireName) + "." +
+                   std::visit([](const auto& each) { return std::string(std::decay_t<decltype(each)>::wireName); },
+                              family.request.value);
+          },
+          request.value().value);
+  const std::string_view answer =
+      std::visit([](const auto& each) { return std::decay_t<decltype(each)>::wireName; }, response.value);
+  char milliseconds[32];
+  std::snprintf(milliseconds, sizeof milliseconds, "%.1f",
+                std::chrono::duration<double, std::milli>(took).count());
+  return "request " + verb + ": " + std::string(answer) + " in " + milliseconds + " ms";
+}
+
 std::string failureLine(std::uint64_t id, const std::string& text) {
   return replyLine(id, wire::encode(wire::GatewayResponse{wire::answer::Failure{text}}).value(), 0);
 }
@@ -357,15 +382,17 @@ std::optional<std::string> GatewayDaemon::State::answer(std::string_view line, s
       }
       response = gateway ? gateway->serveOnce(request.value(), message.token.value_or(""))
                          : wire::GatewayResponse{wire::answer::Failure{"The store could not be opened; see " +
-                                                                       log->path() + "."}};
+                                                                       log->where() + "."}};
     } else {
       log->write("malformed request: " + request.error().describe());
     }
   } else {
     log->write("malformed request: no payload");
   }
-  const auto servedMs = static_cast<std::uint64_t>(
-      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count());
+  const auto took = std::chrono::steady_clock::now() - started;
+  const auto servedMs =
+      static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(took).count());
+  if (settings.logRequests) log->write(requestLine(message.payload, response, took));
   auto encoded = wire::encode(response);
   if (!encoded) encoded = wire::encode(wire::GatewayResponse{wire::answer::Failure{"the answer could not be encoded"}});
   return replyLine(*decoded->id, encoded.value(), servedMs);
@@ -533,7 +560,9 @@ std::variant<std::unique_ptr<GatewayDaemon>, std::string> GatewayDaemon::start(c
   state->settings = settings;
   if (auto problem = preparePrivateFolder(settings.dataFolder)) return "data folder: " + *problem;
   state->log = std::make_unique<BoundedLog>(settings.logPath(), BoundedLog::kDefaultMaxBytes,
-                                            settings.echoLog);
+                                            settings.journal   ? BoundedLog::Sink::journal
+                                            : settings.echoLog ? BoundedLog::Sink::fileAndWatch
+                                                               : BoundedLog::Sink::file);
   raiseDescriptorLimit(*state->log);
   state->diagnostics = std::make_unique<BoundedLog>(settings.diagnosticLogPath());
   {
@@ -569,6 +598,13 @@ std::variant<std::unique_ptr<GatewayDaemon>, std::string> GatewayDaemon::start(c
   const std::string busy = "a gateway already serves " + settings.serviceName + " at " + *path;
   if (::flock(state->lock.get(), LOCK_EX | LOCK_NB) != 0) return errno == EWOULDBLOCK ? busy : systemError("flock " + lockPath);
   if (somethingListens(*path)) return busy;
+  // Who holds the lock, for `quillon-gateway status`. The facts count only while the lock is held,
+  // so the ones a gateway that died left behind are never taken for a running one.
+  const std::string facts = GatewayFacts{.pid = ::getpid(), .version = wire::ClientVersion::current(),
+                                         .started = static_cast<double>(std::time(nullptr))}.line();
+  if (::ftruncate(state->lock.get(), 0) != 0 ||
+      ::pwrite(state->lock.get(), facts.data(), facts.size(), 0) != static_cast<ssize_t>(facts.size()))
+    state->log->write(systemError("write the gateway's facts into " + lockPath));
 
   // Bound under a passing name, then renamed over the service's name: the name always leads to
   // the dead gateway's socket (which refuses, and a bridge waits through that) or to this one,

@@ -241,14 +241,18 @@ std::unique_ptr<WriteTransaction> MemoryStore::beginWrite() {
 
 std::int64_t MemoryStore::insert(const Memory& memory) {
   auto& statement = database_->cached(
-      "INSERT INTO memories(type, scope, text, why, title, writer, session, subagent, created) "
-      "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)");
+      "INSERT INTO memories(type, scope, text, why, title, writer, session, subagent, created, edited) "
+      "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)");
   statement.bind(1, memory.type).bind(2, memory.scope).bind(3, memory.text).bind(4, memory.why);
   bindOptional(statement, 5, memory.title);
   statement.bind(6, memory.writer);
   bindOptional(statement, 7, memory.session);
   bindOptional(statement, 8, memory.subagent);
   statement.bind(9, memory.created);
+  if (memory.edited)
+    statement.bind(10, *memory.edited);
+  else
+    statement.bindNull(10);
   statement.step();
   const std::int64_t id = database_->lastInsertId();
   writeFilters(id, memory.filters);

@@ -81,7 +81,7 @@ class MemoryStore {
   // run inside one.
   std::unique_ptr<WriteTransaction> beginWrite();
 
-  // The memory's new id. `memory.id` and `memory.edited` are ignored.
+  // The memory's new id. `memory.id` is ignored; `edited` is kept when set (an import's).
   std::int64_t insert(const Memory& memory);
   // Rewrites every field and the filters of the memory with this id.
   void update(const Memory& memory);

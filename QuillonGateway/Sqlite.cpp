@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
+#include <thread>
 
 namespace quillon::gateway {
 
@@ -68,12 +70,12 @@ std::string Statement::text(int column) const {
 
 void Database::Close::operator()(sqlite3* database) const { sqlite3_close_v2(database); }
 
-Database::Database(const std::string& path) {
+Database::Database(const std::string& path, Access access) {
   sqlite3* handle = nullptr;
-  const int result = sqlite3_open_v2(path.c_str(), &handle,
-                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX |
-                                         SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_EXRESCODE,
-                                     nullptr);
+  const int mode = access == Access::readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+  const int result =
+      sqlite3_open_v2(path.c_str(), &handle, mode | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_EXRESCODE,
+                      nullptr);
   database_.reset(handle);
   if (result != SQLITE_OK) fail(handle, "open " + path);
   // Another thread's write holds the lock for a moment at most; wait for it rather than fail.
@@ -108,6 +110,22 @@ void Database::settle() {
 std::int64_t Database::lastInsertId() const { return sqlite3_last_insert_rowid(database_.get()); }
 int Database::changes() const { return sqlite3_changes(database_.get()); }
 bool Database::inTransaction() const { return sqlite3_get_autocommit(database_.get()) == 0; }
+
+void Database::copyInto(Database& destination) {
+  sqlite3_backup* backup = sqlite3_backup_init(destination.database_.get(), "main", database_.get(), "main");
+  if (backup == nullptr) fail(destination.database_.get(), "backup");
+  // All pages in one step, so the copy is one read snapshot: in WAL a reader holds up no writer.
+  // A lock can still be busy for a moment (a checkpoint, a recovery); wait as long as the busy
+  // timeout would.
+  int result = SQLITE_OK;
+  for (int tries = 0; tries < 200; ++tries) {
+    result = sqlite3_backup_step(backup, -1);
+    if (result != SQLITE_BUSY && result != SQLITE_LOCKED) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  sqlite3_backup_finish(backup);
+  if (result != SQLITE_DONE) throw SqlError(std::string("backup: ") + sqlite3_errstr(result));
+}
 
 WriteTransaction::WriteTransaction(Database& database)
     : database_(database), nested_(database.inTransaction()) {

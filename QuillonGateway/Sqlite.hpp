@@ -55,8 +55,12 @@ class Statement {
 
 class Database {
  public:
-  // Opens (creating when missing) the file at `path`. Throws SqlError.
-  explicit Database(const std::string& path);
+  // Read-only never creates, migrates nor writes the store: what a look from outside needs while
+  // a gateway serves it.
+  enum class Access { readWrite, readOnly };
+
+  // Opens the file at `path`, creating it when missing unless read-only. Throws SqlError.
+  explicit Database(const std::string& path, Access access = Access::readWrite);
   ~Database();
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
@@ -72,6 +76,9 @@ class Database {
   int changes() const;
   // Whether a transaction is open on this connection.
   bool inTransaction() const;
+  // Replaces everything in `destination` with this database as it stands at one moment, even
+  // while other connections write to it (SQLite's online backup). Throws SqlError.
+  void copyInto(Database& destination);
 
  private:
   struct Close {

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "QuillonGateway/GatewayDaemon.hpp"
+#include "QuillonGateway/StoreTools.hpp"
 #include "QuillonKit/DoorNamespace.hpp"
 #include "QuillonWire/ClientVersion.hpp"
 
@@ -20,12 +21,20 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: quillon-gateway [--verbose] [--idle-seconds N] | --paths | --version | --help\n"
+    "       quillon-gateway status | export [FILE] [--force] | import FILE [--dry-run] | backup FILE [--force]\n"
     "Serves the Quillon door for quillon-mcp on this machine, with its store under\n"
     "$XDG_DATA_HOME/quillon (default ~/.local/share/quillon). Runs in the foreground;\n"
-    "SIGTERM or Ctrl-C stops it. --verbose also copies the log to standard error.\n"
+    "SIGTERM or Ctrl-C stops it. It logs to gateway.log there, or under systemd to the\n"
+    "journal. --verbose adds a line per request (verb, answer, milliseconds) and copies\n"
+    "the log to standard error.\n"
     "--idle-seconds closes a connection silent for N seconds (default 300).\n"
     "--paths prints where this gateway would serve and keep its files, as shell\n"
-    "assignments (for eval), and exits.\n";
+    "assignments (for eval), and exits.\n"
+    "status says whether a gateway serves this user (exit 3 when none does) and what\n"
+    "the store holds. export writes every memory, folder mapping and name as JSON Lines\n"
+    "to FILE or standard output; import adds those of an export the store lacks\n"
+    "(--dry-run only says what it would add). backup copies the store, checked, to\n"
+    "FILE. Each works while a gateway runs, and --force lets a FILE be replaced.\n";
 
 // A value a POSIX shell reads back as exactly these bytes.
 std::string shellQuoted(const std::string& text) {
@@ -51,9 +60,21 @@ void printPaths(const quillon::gateway::DaemonSettings& settings) {
   for (const auto& [name, value] : paths) std::printf("%s=%s\n", name, shellQuoted(value).c_str());
 }
 
+// Whether standard error is systemd's journal: JOURNAL_STREAM names the device and inode of the
+// stream systemd connected, and only that stream (not one a child redirected) counts.
+bool underJournal() {
+  const char* stream = std::getenv("JOURNAL_STREAM");
+  unsigned long long device = 0, inode = 0;
+  if (stream == nullptr || std::sscanf(stream, "%llu:%llu", &device, &inode) != 2) return false;
+  struct stat facts {};
+  return ::fstat(STDERR_FILENO, &facts) == 0 && facts.st_dev == device && facts.st_ino == inode;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The store's tools run and exit before anything a serving gateway sets up.
+  if (const auto tool = quillon::gateway::StoreTools::run(argc, argv)) return *tool;
   bool verbose = false;
   std::optional<long> idleSeconds;
   for (int i = 1; i < argc; ++i) {
@@ -96,7 +117,9 @@ int main(int argc, char** argv) {
   ::pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
   auto settings = quillon::gateway::DaemonSettings::fromEnvironment(quillon::kit::processEnvironment());
-  settings.echoLog = verbose;
+  settings.journal = underJournal();
+  settings.echoLog = verbose && !settings.journal;
+  settings.logRequests = verbose;
   if (idleSeconds) settings.idleClose = std::chrono::seconds(*idleSeconds);
   auto started = quillon::gateway::GatewayDaemon::start(settings);
   if (auto* refusal = std::get_if<std::string>(&started)) {

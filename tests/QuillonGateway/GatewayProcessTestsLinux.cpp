@@ -474,6 +474,25 @@ TEST_F(GatewayProcess, SaysItsVersionAndWhereItServesAndKeepsItsFiles) {
   EXPECT_FALSE(exists(temp.path() + "/it's data"));  // asking creates nothing
 }
 
+TEST_F(GatewayProcess, UnderSystemdItLogsToTheJournalAndVerboseAddsALinePerRequest) {
+  // As systemd starts it: JOURNAL_STREAM names the very stream its standard error is.
+  ChildProcess gateway("/bin/sh", environment(), ChildProcess::Inherit::everything,
+                       {"-c", "JOURNAL_STREAM=$(stat -L -c %d:%i /proc/self/fd/2) exec \"$0\" --verbose",
+                        QUILLON_GATEWAY_PATH});
+  for (int i = 0; i < 500 && !DoorSocket(socket).connected(); ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(call("memory_add", {{"text", "A secret text"}, {"why", "w"}}).substr(0, 8), "Saved m:");
+  bridge.reset();
+  ::kill(gateway.pid(), SIGTERM);
+  const std::string journal = "\n" + gateway.readAllErrors();
+  EXPECT_EQ(gateway.wait(), 0);
+  // Unstamped (the journal stamps each line), never a memory's words, and no file beside it.
+  EXPECT_NE(journal.find("\nserving " + service + " at "), std::string::npos) << journal;
+  EXPECT_NE(journal.find("\nrequest notes.write: text in "), std::string::npos) << journal;
+  EXPECT_TRUE(journal.ends_with("\nstopped\n")) << journal;
+  EXPECT_EQ(journal.find("secret"), std::string::npos);
+  EXPECT_FALSE(exists(temp.path() + "/data/quillon/gateway.log"));
+}
+
 // The cheapest line a gateway answers: a knock, answered with the wire version.
 std::string knock(int id) { return R"({"id":)" + std::to_string(id) + R"(,"wire":1})" "\n"; }
 
