@@ -10,7 +10,7 @@ MAKEFLAGS  += --no-print-directory
 # A folder keeps the generator it was made with.
 export CMAKE_GENERATOR ?= Ninja
 
-.PHONY: deps build test test-plain test-sanitize run start stop demo bench fuzz clean
+.PHONY: deps build test test-plain test-sanitize run start stop demo bench fuzz deb clean
 
 # Everything building and testing needs, with the MCP SDK for the client test.
 deps:
@@ -53,6 +53,11 @@ stop:
 demo:
 	@./scripts/gateway-running.sh $(BUILD)
 	@node scripts/demo.mjs $(BUILD)/bin/quillon-mcp
+
+# The Debian package, from the plain build as it stands: $(BUILD)/quillon_<version>_<arch>.deb
+# (packaging/Package.cmake). scripts/check-deb.sh inspects it, as CI does.
+deb: build
+	cd $(BUILD) && cpack -G DEB
 
 bench: build
 	./bench/run.sh $(BUILD)

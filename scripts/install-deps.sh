@@ -4,7 +4,8 @@
 #   start  what building the bridge and the gateway and running the demo need: the compiler and
 #          build tools, the libraries, and Node.js (`make start`, `./quillon start`)
 #   test   all of that, and what the tests, benchmarks and fuzzing need, with the MCP SDK that the
-#          end-to-end client test speaks through (the default; `make test`)
+#          end-to-end client test speaks through, and what making and checking the Debian package
+#          needs (the default; `make test`, `make deb`)
 # When everything is there it costs one dpkg-query call, so `make start` can run it every time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -23,6 +24,9 @@ case "$purpose" in
   start) ;;
   test)
     packages+=(clang libclang-rt-dev ca-certificates)
+    # The package: CPack finds the executables with file and their dependencies with
+    # dpkg-shlibdeps (dpkg-dev); scripts/check-deb.sh runs lintian on it.
+    packages+=(dpkg-dev file lintian)
     node_packages+=(npm)
     ;;
   *) echo "usage: scripts/install-deps.sh [start|test]" >&2; exit 2 ;;
