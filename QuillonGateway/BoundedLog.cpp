@@ -46,7 +46,7 @@ void BoundedLog::openFile() {
   bytes_ = fd_ >= 0 && ::fstat(fd_, &info) == 0 ? static_cast<std::size_t>(info.st_size) : 0;
 }
 
-void BoundedLog::write(std::string_view line) {
+void BoundedLog::write(std::string_view line) noexcept try {
   std::string entry = sink_ == Sink::journal ? std::string() : timestamp() + " ";
   entry.reserve(entry.size() + line.size() + 1);
   for (char c : line) entry += (c == '\n' || c == '\r') ? ' ' : c;
@@ -69,6 +69,8 @@ void BoundedLog::write(std::string_view line) {
   if (fd_ >= 0 && ::write(fd_, entry.data(), entry.size()) > 0) bytes_ += entry.size();
   // Someone asked to watch; a terminal that went away loses nothing the file does not keep.
   if (sink_ == Sink::fileAndWatch && ::write(STDERR_FILENO, entry.data(), entry.size()) < 0) return;
+} catch (const std::exception&) {
+  // Out of memory for the line: the event goes unlogged rather than ending the gateway.
 }
 
 }  // namespace quillon::gateway

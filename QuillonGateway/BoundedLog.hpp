@@ -33,7 +33,8 @@ class BoundedLog {
   BoundedLog& operator=(const BoundedLog&) = delete;
 
   // Appends one line; line breaks inside it are written as blanks, so one call is one line.
-  void write(std::string_view line);
+  // Never throws: a line that cannot be made for want of memory is dropped.
+  void write(std::string_view line) noexcept;
   // Where a person finds the log: the file, or the journal.
   std::string where() const;
   const std::string& path() const { return path_; }

@@ -606,6 +606,22 @@ std::variant<std::unique_ptr<GatewayDaemon>, std::string> GatewayDaemon::start(c
       ::pwrite(state->lock.get(), facts.data(), facts.size(), 0) != static_cast<ssize_t>(facts.size()))
     state->log->write(systemError("write the gateway's facts into " + lockPath));
 
+  // Ready to serve before the name leads here: a peer arrives as soon as it does.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGTERM);
+  sigaddset(&stopSignals, SIGINT);
+  state->signals = Fd(::signalfd(-1, &stopSignals, SFD_CLOEXEC));
+  if (state->signals.get() < 0) return systemError("signalfd");
+  // Giving a store back must not need memory: a connection ending for want of it gives one back.
+  state->idleStores.reserve(State::kMaxIdleStores);
+  state->reserve = Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  try {
+    state->turnaway.start();
+  } catch (const std::system_error& error) {
+    return std::string("cannot start a thread: ") + error.what();
+  }
+
   // Bound under a passing name, then renamed over the service's name: the name always leads to
   // the dead gateway's socket (which refuses, and a bridge waits through that) or to this one,
   // never to nothing, which a bridge takes for no gateway at all. A folder too deep for the
@@ -632,19 +648,6 @@ std::variant<std::unique_ptr<GatewayDaemon>, std::string> GatewayDaemon::start(c
   struct stat info {};
   if (::stat(path->c_str(), &info) == 0) state->socketInode = info.st_ino;
 
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGTERM);
-  sigaddset(&stopSignals, SIGINT);
-  state->signals = Fd(::signalfd(-1, &stopSignals, SFD_CLOEXEC));
-  if (state->signals.get() < 0) return systemError("signalfd");
-  state->reserve = Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  try {
-    state->turnaway.start();
-  } catch (const std::system_error& error) {
-    return std::string("cannot start a thread: ") + error.what();
-  }
-
   state->log->write("serving " + settings.serviceName + " at " + *path + " with the store " + state->storePath +
                     " (pid " + std::to_string(::getpid()) + ")");
   return std::unique_ptr<GatewayDaemon>(new GatewayDaemon(std::move(state)));
@@ -657,58 +660,67 @@ void GatewayDaemon::serve() {
   auto restingUntil = std::chrono::steady_clock::time_point{};
   std::size_t shed = 0;  // peers closed unanswered for want of descriptors since the last log line
   auto shedLogged = std::chrono::steady_clock::time_point{};
+  bool stopping = false;  // set before the stop is logged, which may fail
   for (;;) {
-    const auto now = std::chrono::steady_clock::now();
-    const bool resting = now < restingUntil;
-    pollfd watched[2] = {{state.signals.get(), POLLIN, 0}, {resting ? -1 : state.listener.get(), POLLIN, 0}};
-    const auto rest = std::chrono::ceil<std::chrono::milliseconds>(restingUntil - now).count();
-    if (::poll(watched, 2, resting ? static_cast<int>(rest) : -1) < 0) {
-      if (errno == EINTR) continue;
-      state.log->write(systemError("poll"));
-      break;
-    }
-    if (watched[0].revents != 0) {
-      signalfd_siginfo signal{};
-      if (::read(state.signals.get(), &signal, sizeof signal) > 0)
-        state.log->write(std::string("stopping on ") + ::strsignal(static_cast<int>(signal.ssi_signo)));
-      break;
-    }
-    if (watched[1].revents == 0) continue;
-    if (state.reserve.get() < 0) state.reserve = Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    Fd peer(::accept4(state.listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    if (peer.get() < 0) {
-      const int error = errno;
-      if (error == EAGAIN || error == EINTR || error == ECONNABORTED) continue;
-      if ((error == EMFILE || error == ENFILE) && state.reserve.get() >= 0) {
-        // The reserve makes room to take the peer off the backlog and close it: its bridge hears
-        // the close at once instead of waiting on a gateway that never answers.
-        state.reserve.reset();
-        Fd(::accept4(state.listener.get(), nullptr, nullptr, SOCK_CLOEXEC)).reset();
-        state.reserve = Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-        ++shed;
-        if (std::chrono::steady_clock::now() - shedLogged >= std::chrono::seconds(1)) {
-          state.log->write("out of file descriptors: closed " + std::to_string(shed) + " new connection" +
-                           (shed == 1 ? "" : "s") + " unanswered");
-          shed = 0;
-          shedLogged = std::chrono::steady_clock::now();
+    try {
+      const auto now = std::chrono::steady_clock::now();
+      const bool resting = now < restingUntil;
+      pollfd watched[2] = {{state.signals.get(), POLLIN, 0}, {resting ? -1 : state.listener.get(), POLLIN, 0}};
+      const auto rest = std::chrono::ceil<std::chrono::milliseconds>(restingUntil - now).count();
+      if (::poll(watched, 2, resting ? static_cast<int>(rest) : -1) < 0) {
+        if (errno == EINTR) continue;
+        stopping = true;
+        state.log->write(systemError("poll"));
+        break;
+      }
+      if (watched[0].revents != 0) {
+        signalfd_siginfo signal{};
+        stopping = true;
+        if (::read(state.signals.get(), &signal, sizeof signal) > 0)
+          state.log->write(std::string("stopping on ") + ::strsignal(static_cast<int>(signal.ssi_signo)));
+        break;
+      }
+      if (watched[1].revents == 0) continue;
+      if (state.reserve.get() < 0) state.reserve = Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+      Fd peer(::accept4(state.listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      if (peer.get() < 0) {
+        const int error = errno;
+        if (error == EAGAIN || error == EINTR || error == ECONNABORTED) continue;
+        if ((error == EMFILE || error == ENFILE) && state.reserve.get() >= 0) {
+          // The reserve makes room to take the peer off the backlog and close it: its bridge hears
+          // the close at once instead of waiting on a gateway that never answers.
+          state.reserve.reset();
+          Fd(::accept4(state.listener.get(), nullptr, nullptr, SOCK_CLOEXEC)).reset();
+          state.reserve = Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+          ++shed;
+          if (std::chrono::steady_clock::now() - shedLogged >= std::chrono::seconds(1)) {
+            state.log->write("out of file descriptors: closed " + std::to_string(shed) + " new connection" +
+                             (shed == 1 ? "" : "s") + " unanswered");
+            shed = 0;
+            shedLogged = std::chrono::steady_clock::now();
+          }
+          continue;
         }
+        state.log->write(systemError("accept") + "; accepting again in " + std::to_string(kAcceptPause.count()) + " ms");
+        restingUntil = std::chrono::steady_clock::now() + kAcceptPause;
         continue;
       }
-      state.log->write(systemError("accept") + "; accepting again in " + std::to_string(kAcceptPause.count()) + " ms");
-      restingUntil = std::chrono::steady_clock::now() + kAcceptPause;
-      continue;
-    }
-    ucred credentials{};
-    socklen_t length = sizeof credentials;
-    if (::getsockopt(peer.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 || credentials.uid != self) {
-      state.log->write("closed a connection from uid " + std::to_string(credentials.uid) + " (pid " +
-                       std::to_string(credentials.pid) + "): only this user's programs are served");
-      continue;
-    }
-    try {
-      state.admit(state_, std::move(peer));
-    } catch (const std::exception& error) {
-      state.log->write(std::string("closed a connection unanswered: ") + error.what());
+      ucred credentials{};
+      socklen_t length = sizeof credentials;
+      if (::getsockopt(peer.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 || credentials.uid != self) {
+        state.log->write("closed a connection from uid " + std::to_string(credentials.uid) + " (pid " +
+                         std::to_string(credentials.pid) + "): only this user's programs are served");
+        continue;
+      }
+      try {
+        state.admit(state_, std::move(peer));
+      } catch (const std::exception& error) {
+        state.log->write(std::string("closed a connection unanswered: ") + error.what());
+      }
+    } catch (const std::exception&) {
+      // Out of memory even for a log line, most likely: the peer taken, if any, is closed
+      // unanswered by its descriptor's end, and accepting goes on.
+      if (stopping) break;
     }
   }
 
