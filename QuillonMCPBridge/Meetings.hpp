@@ -1,6 +1,7 @@
 // The five meeting tools: meeting_list, meeting_get, meeting_search, meeting_stats, meeting_at.
-// Each becomes one meeting read; the gateway writes the texts themselves (lists, transcripts,
-// hits, talk shares) and the bridge passes them through unchanged.
+// Each becomes one meeting read (their records in the catalogue say which); the gateway writes
+// the texts themselves (lists, transcripts, hits, talk shares) and the bridge passes them
+// through unchanged.
 //
 // Arguments: the optional texts (day, person, app, speaker, from, to) count only when they are
 // non-empty strings; the required ids, query and instant have passed the generic check already;
@@ -9,17 +10,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include <optional>
-
-#include "QuillonMCPBridge/ToolCall.hpp"
-#include "QuillonWire/Client.hpp"
 #include "QuillonWire/GatewayResponse.hpp"
 
 namespace quillon::bridge {
-
-// The result of a meeting tool, or nothing when the call names none of the five, so the
-// dispatcher can go on.
-std::optional<nlohmann::json> callMeeting(const ToolCall& call, wire::Client& client);
 
 // The gateway's text unchanged; every other case as `fallback`.
 nlohmann::json meetingText(const wire::GatewayResponse& response);

@@ -2,7 +2,6 @@
 
 #include <limits>
 
-#include "QuillonMCPBridge/ToolResult.hpp"
 
 namespace quillon::bridge {
 
@@ -55,13 +54,6 @@ std::optional<std::string> ToolCall::sessionArg() const {
 std::string ToolCall::writer() const {
   if (!writerName) return std::string();
   return writerName().value_or(std::string());
-}
-
-json serve(const ToolRoute& route, const ToolCall& call, wire::Client& client) {
-  Prepared prepared = route.prepare(call);
-  if (auto* refusal = std::get_if<Refusal>(&prepared)) return errorContent(std::move(refusal->message));
-  const wire::GatewayResponse response = client.send(std::get<wire::GatewayRequest>(prepared));
-  return route.render(response, call);
 }
 
 }  // namespace quillon::bridge

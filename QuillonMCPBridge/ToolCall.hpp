@@ -1,6 +1,6 @@
 // ToolCall: one tool call as the dispatcher hands it to a tool — the name, the arguments object
-// and who is calling — with the readers every tool uses on its arguments, and ToolRoute, the
-// one entry per tool that turns a call into one gateway request and renders the answer.
+// and who is calling — with the readers every tool uses on its arguments, and Prepared, what a
+// tool makes of them: the one gateway request to send, or its refusal.
 //
 // The JSON types each reader accepts are decided here once, so every tool reads alike:
 //   - s:        a JSON string, the empty string included; anything else is absent.
@@ -28,7 +28,6 @@
 #include <variant>
 
 #include "QuillonMCPBridge/ScreenSeams.hpp"
-#include "QuillonWire/Client.hpp"
 #include "QuillonWire/GatewayRequest.hpp"
 #include "QuillonWire/GatewayResponse.hpp"
 
@@ -64,17 +63,6 @@ struct Refusal {
 };
 // What a tool makes of its arguments: the one request to send, or the refusal.
 using Prepared = std::variant<wire::GatewayRequest, Refusal>;
-
-// One tool: how its request is built and how the answer becomes its tool result.
-struct ToolRoute {
-  std::string_view name;
-  Prepared (*prepare)(const ToolCall&);
-  nlohmann::json (*render)(const wire::GatewayResponse&, const ToolCall&);
-};
-
-// Prepares the call, sends the request (the client answers every fault as `failure`) and
-// renders the answer; a refusal is answered as an error result and nothing is sent.
-nlohmann::json serve(const ToolRoute& route, const ToolCall& call, wire::Client& client);
 
 // The request envelopes, so a tool writes only its own case.
 inline wire::GatewayRequest readRequest(wire::ReadRequest::Cases request) {

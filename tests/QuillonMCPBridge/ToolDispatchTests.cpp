@@ -1,7 +1,12 @@
+#include <set>
+
+#include "QuillonMCPBridge/ToolCatalog.hpp"
 #include "ToolHarness.hpp"
 
 using nlohmann::json;
 using namespace quillon;
+using quillon::bridge::ToolCatalog;
+using quillon::bridge::ToolSpec;
 using test::ok;
 using test::refused;
 using test::wireJSON;
@@ -81,22 +86,54 @@ TEST(ToolDispatch, IntegersAndFlagsAreReadOnlyFromTheirOwnJsonTypes) {
   }
 }
 
-TEST(ToolDispatch, UnexpectedAnswersFallBackAlikeForEveryTool) {
-  test::ToolHarness h;
-  const std::pair<const char*, json> calls[] = {
-      {"day_get", json::object()},           {"search", {{"query", "q"}}},       {"grab", {{"id", "m:1"}}},
-      {"memory_get_by_type", {{"type", "t"}}}, {"memory_list_types", json::object()}, {"day_get_hours_by_app", json::object()},
-      {"memory_add", {{"text", "t"}, {"why", "w"}}}, {"memory_delete", {{"id", "m:1"}}},  {"memory_edit", {{"id", "m:1"}, {"why", "w"}}},
-      {"scope_list_all", json::object()},    {"meeting_list", json::object()},   {"entity_get", {{"name", "n"}}},
-  };
-  for (const auto& [tool, arguments] : calls) {
-    h.answer(wire::GatewayResponse{wire::answer::Failure{.message = "No such memory: m:1"}});
-    EXPECT_EQ(h.call(tool, arguments), refused("No such memory: m:1")) << tool;
-    h.answer(wire::GatewayResponse{wire::answer::Unimplemented{.verb = "frob"}});
-    EXPECT_EQ(h.call(tool, arguments), refused("frob isn't available yet.")) << tool;
-    h.answer(wire::GatewayResponse{wire::answer::Flag{.value = true}});
-    EXPECT_EQ(h.call(tool, arguments), ok("\xE2\x80\x94")) << tool;
+// Arguments that pass a tool's own checks: every required parameter, by its kind.
+json requiredArguments(const ToolSpec& tool) {
+  json arguments = json::object();
+  for (const auto& param : tool.params) {
+    if (!param.required) continue;
+    const std::string type = param.schema.value("type", "");
+    if (type == "integer") arguments[param.name] = 1;
+    else if (type == "array") arguments[param.name] = json::array({{{"moment", 1}}});
+    else if (param.name == "folder") arguments[param.name] = "/code/quillon";
+    else arguments[param.name] = "m:1";
   }
+  // Two edits need one optional field at least.
+  if (tool.name == "memory_edit") arguments["why"] = "w";
+  if (tool.name == "memory_edit_filters") arguments["set"] = {{"k", "v"}};
+  return arguments;
+}
+
+// Every record of the catalogue is a whole tool: it is listed or knowingly not, its call sends
+// exactly one request, and an answer its renderer does not expect falls back alike.
+TEST(ToolDispatch, EveryToolInTheCatalogueIsServedByItsRecord) {
+  test::ToolHarness h;
+  std::set<std::string> names;
+  std::size_t listed = 0;
+  for (const ToolSpec& tool : ToolCatalog::all()) {
+    SCOPED_TRACE(tool.name);
+    EXPECT_TRUE(names.insert(tool.name).second);
+    listed += tool.listed;
+    EXPECT_EQ(tool.listed, !tool.description.empty());
+    const json arguments = requiredArguments(tool);
+    h.answer(wire::GatewayResponse{wire::answer::Failure{.message = "No such memory: m:1"}});
+    const json failed = h.call(tool.name, arguments);
+    EXPECT_EQ(h.sent().size(), 1u);
+    h.answer(wire::GatewayResponse{wire::answer::Unimplemented{.verb = "frob"}});
+    const json unimplemented = h.call(tool.name, arguments);
+    h.answer(wire::GatewayResponse{wire::answer::Flag{.value = true}});
+    const json unexpected = h.call(tool.name, arguments);
+    if (tool.name == "session_list") {
+      // An offer of sessions that cannot be made is no error to the model.
+      EXPECT_EQ(failed, ok("Quillon did not answer just now."));
+      EXPECT_EQ(unimplemented, ok("This Quillon cannot list sessions yet."));
+      continue;
+    }
+    EXPECT_EQ(failed, refused("No such memory: m:1"));
+    EXPECT_EQ(unimplemented, refused("frob isn't available yet."));
+    EXPECT_EQ(unexpected, ok("\xE2\x80\x94"));
+  }
+  EXPECT_EQ(listed, ToolCatalog::toolsJSON().size());
+  EXPECT_EQ(listed, 34u);
   // ok is only expected by memory_delete.
   h.answer(wire::GatewayResponse{wire::answer::Ok{}});
   EXPECT_EQ(h.call("day_get"), ok("\xE2\x80\x94"));
