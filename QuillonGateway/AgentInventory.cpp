@@ -19,6 +19,9 @@
 #include <memory>
 #include <vector>
 
+#include "QuillonBase/Fd.hpp"
+#include "QuillonBase/Process.hpp"
+#include "QuillonBase/Text.hpp"
 #include "QuillonGateway/StoreVerbs.hpp"
 #include "QuillonGateway/StoreWording.hpp"
 
@@ -105,16 +108,13 @@ Head readHead(const std::string& path, std::size_t limit, bool whole) {
     if (found.kind == Probe::unreadable) return Head{.problem = found.problem};
     return Head{.problem = "is not a regular file, so it was not read"};
   }
-  const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  const base::Fd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  const int fd = file.get();
   if (fd < 0) {
     const int error = errno;
     if (error == ENOENT || error == ENOTDIR) return Head{.absent = true};
     return Head{.problem = "cannot be read (" + reason(error) + ")"};
   }
-  struct Closer {
-    int fd;
-    ~Closer() { ::close(fd); }
-  } closer{fd};
   struct stat info {};
   if (::fstat(fd, &info) != 0) return Head{.problem = "cannot be read (" + reason(errno) + ")"};
   if (!S_ISREG(info.st_mode)) return Head{.problem = "is not a regular file, so it was not read"};
@@ -175,17 +175,12 @@ bool isFolder(const std::string& folder, const Entry& entry) {
   return probe(joined(folder, entry.name), false).kind == Probe::folder;
 }
 
-std::string grouped(std::uintmax_t number) {
-  const std::string digits = std::to_string(number);
-  std::string text;
-  for (std::size_t at = 0; at < digits.size(); ++at) {
-    if (at > 0 && (digits.size() - at) % 3 == 0) text += ',';
-    text += digits[at];
-  }
-  return text;
-}
+using base::grouped;
 
-std::string bytesText(std::uintmax_t bytes) { return grouped(bytes) + (bytes == 1 ? " byte" : " bytes"); }
+// `bytes` is a file's size from stat, within off_t's range.
+std::string bytesText(std::uintmax_t bytes) {
+  return grouped(static_cast<std::int64_t>(bytes)) + (bytes == 1 ? " byte" : " bytes");
+}
 
 // Days since 1970-01-01 of the local calendar day `seconds` falls on.
 long long localDay(double seconds) {
@@ -244,7 +239,7 @@ JsonFile readJson(const std::string& path, bool comments) {
   Head head = readHead(path, kMaxSettingsBytes, true);
   if (head.absent || !head.problem.empty()) return JsonFile{.absent = head.absent, .problem = head.problem};
   // An empty file is what an agent leaves before its first setting: no entries, not broken.
-  if (trimmed(head.bytes).empty()) return JsonFile{.document = Json::object()};
+  if (base::trimmed(head.bytes).empty()) return JsonFile{.document = Json::object()};
   Json document = Json::parse(head.bytes, nullptr, false, comments);
   if (document.is_discarded()) return JsonFile{.problem = "does not parse as JSON"};
   if (!document.is_object()) return JsonFile{.problem = "does not hold a JSON object"};
@@ -766,9 +761,9 @@ class Inventory {
 };
 
 std::optional<std::string> environment(const char* name) {
-  const char* value = std::getenv(name);
-  if (value == nullptr || *value == '\0') return std::nullopt;
-  return std::string(value);
+  auto value = base::environmentVariable(name);
+  if (value && value->empty()) return std::nullopt;
+  return value;
 }
 
 // A relative folder would be read from wherever the gateway happens to run: not the user's.

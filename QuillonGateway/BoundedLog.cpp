@@ -36,14 +36,10 @@ std::string BoundedLog::where() const {
   return sink_ == Sink::journal ? "the journal (journalctl --user -u quillon-gateway)" : path_;
 }
 
-BoundedLog::~BoundedLog() {
-  if (fd_ >= 0) ::close(fd_);
-}
-
 void BoundedLog::openFile() {
-  fd_ = ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  fd_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
   struct stat info {};
-  bytes_ = fd_ >= 0 && ::fstat(fd_, &info) == 0 ? static_cast<std::size_t>(info.st_size) : 0;
+  bytes_ = fd_.get() >= 0 && ::fstat(fd_.get(), &info) == 0 ? static_cast<std::size_t>(info.st_size) : 0;
 }
 
 void BoundedLog::write(std::string_view line) noexcept try {
@@ -62,11 +58,11 @@ void BoundedLog::write(std::string_view line) noexcept try {
     return;
   }
   if (bytes_ + entry.size() > maxBytes_) {
-    if (fd_ >= 0) ::close(fd_);
+    fd_.reset();
     ::rename(path_.c_str(), (path_ + ".1").c_str());
     openFile();
   }
-  if (fd_ >= 0 && ::write(fd_, entry.data(), entry.size()) > 0) bytes_ += entry.size();
+  if (fd_.get() >= 0 && ::write(fd_.get(), entry.data(), entry.size()) > 0) bytes_ += entry.size();
   // Someone asked to watch; a terminal that went away loses nothing the file does not keep.
   if (sink_ == Sink::fileAndWatch && ::write(STDERR_FILENO, entry.data(), entry.size()) < 0) return;
 } catch (const std::exception&) {

@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include "QuillonBase/Fd.hpp"
+
 namespace quillon::gateway {
 
 class BoundedLog {
@@ -28,7 +30,6 @@ class BoundedLog {
   };
 
   explicit BoundedLog(std::string path, std::size_t maxBytes = kDefaultMaxBytes, Sink sink = Sink::file);
-  ~BoundedLog();
   BoundedLog(const BoundedLog&) = delete;
   BoundedLog& operator=(const BoundedLog&) = delete;
 
@@ -46,7 +47,7 @@ class BoundedLog {
   const std::size_t maxBytes_;
   const Sink sink_;
   std::mutex lock_;
-  int fd_ = -1;             // guarded by lock_
+  base::Fd fd_;            // guarded by lock_
   std::size_t bytes_ = 0;   // guarded by lock_
 };
 

@@ -24,6 +24,9 @@
 #include <thread>
 #include <vector>
 
+#include "QuillonBase/Fd.hpp"
+#include "QuillonBase/LineBuffer.hpp"
+#include "QuillonBase/SystemError.hpp"
 #include "QuillonGateway/BoundedLog.hpp"
 #include "QuillonGateway/GatewayDaemon.hpp"
 #include "QuillonGateway/GatewayStatus.hpp"
@@ -34,7 +37,6 @@
 #include "QuillonGateway/StoreGateway.hpp"
 #include "QuillonKit/DoorFrame.hpp"
 #include "QuillonKit/DoorNamespace.hpp"
-#include "QuillonKit/LineBuffer.hpp"
 #include "QuillonWire/ClientVersion.hpp"
 #include "QuillonWire/GatewayRequest.hpp"
 #include "QuillonWire/GatewayResponse.hpp"
@@ -73,30 +75,8 @@ constexpr auto kTurnawayWait = std::chrono::seconds(2);
 // Peers waiting to be told at once; past this many, a new one is closed unanswered.
 constexpr std::size_t kMaxTurnedAway = 64;
 
-class Fd {
- public:
-  explicit Fd(int fd = -1) : fd_(fd) {}
-  ~Fd() { reset(); }
-  Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Fd& operator=(Fd&& other) noexcept {
-    if (this != &other) {
-      reset();
-      fd_ = std::exchange(other.fd_, -1);
-    }
-    return *this;
-  }
-  int get() const { return fd_; }
-  int release() { return std::exchange(fd_, -1); }
-  void reset() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
-  }
-
- private:
-  int fd_;
-};
-
-std::string systemError(const std::string& what) { return what + ": " + std::strerror(errno); }
+using base::Fd;
+using base::systemError;
 
 std::string failureLine(std::uint64_t id, const std::string& text);
 
@@ -250,16 +230,6 @@ std::optional<std::string> preparePrivateFolder(const std::string& folder) {
     return folder + " belongs to uid " + std::to_string(info.st_uid) + ", not " + std::to_string(::geteuid());
   if ((info.st_mode & 077) != 0 && ::chmod(folder.c_str(), 0700) != 0) return systemError("chmod " + folder);
   return std::nullopt;
-}
-
-bool sendAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const auto sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(sent));
-  }
-  return true;
 }
 
 sockaddr_un socketAddress(const std::string& path) {
@@ -458,7 +428,7 @@ void GatewayDaemon::State::serveConnection(int fd) {
 
 void GatewayDaemon::State::serveLines(int fd, std::unique_ptr<MemoryStore>& store,
                                       std::unique_ptr<StoreGateway>& gateway) {
-  std::optional<kit::LineBuffer> lines(std::in_place, kMaxLineBytes);
+  base::LineBuffer lines(kMaxLineBytes);
   bool skipping = false;  // passing over the rest of a line that was too long
   char chunk[64 * 1024];
   const auto idleMs = static_cast<int>(std::min<std::int64_t>(settings.idleClose.count(), INT_MAX));
@@ -481,33 +451,28 @@ void GatewayDaemon::State::serveLines(int fd, std::unique_ptr<MemoryStore>& stor
       skipping = false;
     }
     bool large = false;
+    lines.append(input);
     // Serves every complete line; a line too long is refused alone, as a line over the value
     // budget is: its request is answered when its id can be read from its start, the rest of it is
     // passed over, and the lines after it are served. Closing instead would make the bridge redial
     // and send it again, to no end.
-    for (std::string carried; open;) {
-      lines->append(input);
+    while (open) {
       while (open) {
-        const auto line = lines->next();
+        const auto line = lines.next();
         if (!line) break;
         large = large || line->size() > kTrimAfterBytes;
-        if (auto reply = answerWithinBudget(*line, store, gateway); reply && !sendAll(fd, *reply)) open = false;
+        if (auto reply = answerWithinBudget(*line, store, gateway); reply && !base::sendAll(fd, *reply)) open = false;
       }
-      if (!open || !lines->overlong()) break;
-      const std::string_view start = lines->pending();
-      const auto census = LineCensus::of(start.substr(0, kIdProbeBytes));
+      if (!open || !lines.overlong()) break;
+      const auto census = LineCensus::of(lines.pending().substr(0, kIdProbeBytes));
       log->write("refused a line longer than " + std::to_string(kMaxLineBytes) + " bytes" +
                  (census.id ? "" : ", without an id to answer"));
-      if (census.id && !sendAll(fd, failureLine(*census.id, kLineTooLong))) open = false;
-      const auto feed = start.find('\n');
-      skipping = feed == std::string_view::npos;
-      carried = skipping ? "" : std::string(start.substr(feed + 1));
-      input = carried;
-      lines.emplace(kMaxLineBytes);
+      if (census.id && !base::sendAll(fd, failureLine(*census.id, kLineTooLong))) open = false;
+      skipping = !lines.dropOverlong().ended;
       large = true;
     }
     if (large) {
-      lines->shrink();
+      lines.shrink();
       ::malloc_trim(0);
     }
   }

@@ -14,6 +14,8 @@
 #include <cstring>
 #include <sstream>
 
+#include "QuillonBase/Fd.hpp"
+#include "QuillonBase/SystemError.hpp"
 #include "QuillonGateway/MemoryStore.hpp"
 #include "QuillonGateway/ShapeLaws.hpp"
 #include "QuillonGateway/Sqlite.hpp"
@@ -31,33 +33,19 @@ constexpr auto kKnockWait = std::chrono::seconds(2);
 // Types named on the counts line; the rest are summed, so a store of many types stays one line.
 constexpr std::size_t kTypesShown = 8;
 
-class OwnedFd {
- public:
-  explicit OwnedFd(int fd) : fd_(fd) {}
-  ~OwnedFd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  OwnedFd(const OwnedFd&) = delete;
-  OwnedFd& operator=(const OwnedFd&) = delete;
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
 // Nothing when the gateway at `path` answers the door's knock; else why not.
 std::optional<std::string> knock(const std::string& path) {
-  OwnedFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const base::Fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (socket.get() < 0) return std::string(std::strerror(errno));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
   if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-    return std::string("connect: ") + std::strerror(errno);
+    return base::systemError("connect");
   const auto line = kit::DoorFrame::encode(kit::DoorLine{
       .id = 1, .message = {.wire = static_cast<std::uint64_t>(wire::WireContract::version)}});
   if (!line || ::send(socket.get(), line->data(), line->size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line->size()))
-    return std::string("the knock could not be sent: ") + std::strerror(errno);
+    return base::systemError("the knock could not be sent");
   std::string reply;
   const auto deadline = std::chrono::steady_clock::now() + kKnockWait;
   while (reply.find('\n') == std::string::npos) {
@@ -165,7 +153,7 @@ GatewayStatus GatewayStatus::look(const DaemonSettings& settings) {
     status.silence = *problem;
     if (::lstat(settings.namespaceFolder.c_str(), &door) == 0) status.doorProblem = *problem;
   } else {
-    OwnedFd lock(::open(status.lockPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    const base::Fd lock(::open(status.lockPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
     if (lock.get() >= 0) {
       // Shared and let go at once: a gateway starting in this instant is the only one it could
       // hold up, and that start would say another gateway serves.

@@ -1,5 +1,6 @@
 #include "QuillonGateway/StoreVerbs.hpp"
 
+#include "QuillonBase/Text.hpp"
 #include "QuillonGateway/MemoryStore.hpp"
 #include "QuillonGateway/SessionBook.hpp"
 #include "QuillonGateway/Sqlite.hpp"
@@ -11,7 +12,7 @@ namespace quillon::gateway {
 namespace {
 
 Shaped scopeOrRoot(const std::optional<std::string>& given) {
-  if (!given || trimmed(*given).empty()) return Shaped{.value = "/", .refusal = {}};
+  if (!given || base::trimmed(*given).empty()) return Shaped{.value = "/", .refusal = {}};
   return ShapeLaws::scope(*given);
 }
 
@@ -19,7 +20,7 @@ Shaped scopeOrRoot(const std::optional<std::string>& given) {
 
 GatewayResponse answer(VerbContext& context, const wire::read::GetByType& request) {
   // Reading is lenient: "Ticket " finds the tickets.
-  std::string lowered = trimmed(request.type);
+  std::string lowered(base::trimmed(request.type));
   for (char& c : lowered)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   const auto type = ShapeLaws::type(lowered);
@@ -42,7 +43,7 @@ GatewayResponse answer(VerbContext& context, const wire::read::ListTypes& reques
 }
 
 GatewayResponse answer(VerbContext& context, const wire::read::Grab& grab) {
-  const std::string asked = trimmed(grab.id);
+  const std::string asked(base::trimmed(grab.id));
   const auto id = parseMemoryID(asked);
   if (!id) return GatewayResponse{wire::answer::Thing{sessionCard(context, asked)}};
   const auto memory = context.store.find(*id);

@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "QuillonBase/Text.hpp"
 #include "QuillonGateway/MemoryStore.hpp"
 #include "QuillonGateway/ModShelf.hpp"
 #include "QuillonGateway/ShapeLaws.hpp"
@@ -23,7 +24,7 @@ std::optional<std::string> oversized(std::string_view text, std::string_view why
                                      const std::optional<std::string>& title) {
   if (auto refusal = ShapeLaws::text(text)) return refusal;
   if (auto refusal = ShapeLaws::why(why)) return refusal;
-  if (title) return ShapeLaws::title(trimmed(*title));
+  if (title) return ShapeLaws::title(base::trimmed(*title));
   return std::nullopt;
 }
 
@@ -47,10 +48,10 @@ std::string replaced(std::string_view haystack, std::string_view needle, std::st
 }  // namespace
 
 GatewayResponse answer(VerbContext& context, const wire::notes::Write& write) {
-  if (trimmed(write.text).empty()) return failure("A memory needs 'text' — the memory itself, not empty.");
-  if (trimmed(write.why).empty()) return failure("A memory needs 'why' — one line: why this is worth keeping.");
+  if (base::trimmed(write.text).empty()) return failure("A memory needs 'text' — the memory itself, not empty.");
+  if (base::trimmed(write.why).empty()) return failure("A memory needs 'why' — one line: why this is worth keeping.");
   if (auto refusal = oversized(write.text, write.why, write.title)) return failure(*refusal);
-  const auto type = trimmed(write.type).empty() ? Shaped{.value = "note", .refusal = {}} : ShapeLaws::type(write.type);
+  const auto type = base::trimmed(write.type).empty() ? Shaped{.value = "note", .refusal = {}} : ShapeLaws::type(write.type);
   if (!type.value) return failure(type.refusal);
   if (write.filters)
     if (auto refusal = ShapeLaws::filters(*write.filters)) return failure(*refusal);
@@ -59,8 +60,8 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Write& write) {
   std::string scope = "/", whence;
   if (*type.value == "shortcut") {
     // A shortcut is typed by name anywhere, so it lives at the root whatever scope was passed.
-    if (!trimmed(write.path).empty() && trimmed(write.path) != "/") whence = " — shortcuts always live at /";
-  } else if (trimmed(write.path).empty()) {
+    if (!base::trimmed(write.path).empty() && base::trimmed(write.path) != "/") whence = " — shortcuts always live at /";
+  } else if (base::trimmed(write.path).empty()) {
     if (auto declared = context.store.sessionScope(sessionKey(write.session, write.writer),
                                             context.now - StoreGateway::kSessionScopeSeconds)) {
       scope = *declared;
@@ -79,7 +80,7 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Write& write) {
   memory.scope = scope;
   memory.text = write.text;
   memory.why = write.why;
-  if (write.title && !trimmed(*write.title).empty()) memory.title = trimmed(*write.title);
+  if (write.title && !base::trimmed(*write.title).empty()) memory.title = base::trimmed(*write.title);
   memory.writer = write.writer;
   memory.session = write.session;
   memory.subagent = write.subagent;
@@ -105,9 +106,9 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Edit& edit) {
   if (!edit.text && !edit.why && !edit.type && !edit.path && !edit.filters && !edit.title)
     return failure("Nothing to change in " + edit.id +
                    " — pass text, why, title, type, scope or filters: the field(s) to change. The id stays.");
-  if (edit.text && trimmed(*edit.text).empty())
+  if (edit.text && base::trimmed(*edit.text).empty())
     return failure("The new text is empty — omit text to keep the current one, or pass the new memory.");
-  if (edit.why && trimmed(*edit.why).empty())
+  if (edit.why && base::trimmed(*edit.why).empty())
     return failure("The new why is empty — omit why to keep the current one, or pass the new line.");
   if (auto refusal = oversized(edit.text.value_or(""), edit.why.value_or(""), edit.title)) return failure(*refusal);
   std::optional<std::string> type, scope;
@@ -137,11 +138,11 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Edit& edit) {
     echo.push_back("why: " + ShapeLaws::echoed(memory->why, kMaxEchoBytes));
   }
   if (edit.title) {
-    if (trimmed(*edit.title).empty()) {
+    if (base::trimmed(*edit.title).empty()) {
       memory->title.reset();
       echo.push_back("title: cleared — cards show a title made from the text");
     } else {
-      memory->title = trimmed(*edit.title);
+      memory->title = base::trimmed(*edit.title);
       echo.push_back("title: " + *memory->title);
     }
   }
@@ -171,7 +172,7 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Edit& edit) {
 GatewayResponse answer(VerbContext& context, const wire::notes::Patch& patch) {
   const auto id = parseMemoryID(patch.id);
   if (!id) return failure(notAnID(patch.id));
-  const std::string field = trimmed(patch.field).empty() ? "text" : trimmed(patch.field);
+  const std::string field(base::trimmed(patch.field).empty() ? "text" : base::trimmed(patch.field));
   if (field != "text" && field != "why" && field != "title")
     return failure("Can't patch field '" + ShapeLaws::echoed(patch.field, 60) + "' — pass field text (the default), why or title.");
   if (patch.find.empty()) return failure("'find' is empty — pass the exact phrase to change.");
@@ -202,10 +203,10 @@ GatewayResponse answer(VerbContext& context, const wire::notes::Patch& patch) {
                    " it holds — nothing was changed.");
   value = replaced(value, patch.find, patch.replace);
   std::vector<std::string> echo;
-  if (field == "title" && trimmed(value).empty()) {
+  if (field == "title" && base::trimmed(value).empty()) {
     memory->title.reset();
     echo.push_back("title: cleared — cards show a title made from the text");
-  } else if (trimmed(value).empty()) {
+  } else if (base::trimmed(value).empty()) {
     return failure("That patch would leave " + patch.id + "'s " + field +
                    " empty — pass other wording, or memory_delete the memory.");
   } else {
@@ -249,7 +250,7 @@ GatewayResponse answer(VerbContext& context, const wire::notes::EditFilters& edi
 }
 
 GatewayResponse answer(VerbContext& context, const wire::notes::ModInstall& install) {
-  const std::string name = trimmed(install.name);
+  const std::string name(base::trimmed(install.name));
   const ShippedMod* mod = ModShelf::find(name);
   if (mod == nullptr)
     return failure("No mod named '" + ShapeLaws::echoed(name, 60) + "' on the shelf — it holds: " + ModShelf::names() + ".");

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <unordered_map>
 
+#include "QuillonBase/Text.hpp"
 #include "QuillonGateway/MemoryStore.hpp"
 #include "QuillonGateway/RecallIndex.hpp"
 #include "QuillonGateway/RecallWords.hpp"
@@ -47,7 +48,7 @@ constexpr std::size_t kCardCharacters = 159;  // and "…" when cut
 // A from/to argument: absent or blank is no bound; anything else must be a date.
 std::optional<std::string> readBound(const std::optional<std::string>& given, bool upper, std::string_view name,
                                      std::optional<double>& bound) {
-  if (!given || trimmed(*given).empty()) return std::nullopt;
+  if (!given || base::trimmed(*given).empty()) return std::nullopt;
   bound = recall::timeBound(*given, upper);
   if (bound) return std::nullopt;
   return "'" + std::string(name) + "' is not a date: '" + *given +
@@ -68,7 +69,7 @@ GatewayResponse foundCards(MemoryStore& store, const std::vector<RecallIndex::Fo
     const auto memory = store.find(hit.id);
     if (!memory) continue;
     auto card = noteCard(*memory);
-    if (!trimmed(hit.snippet).empty()) card.snippet = hit.snippet;
+    if (!base::trimmed(hit.snippet).empty()) card.snippet = hit.snippet;
     cards.push_back(std::move(card));
   }
   return GatewayResponse{wire::answer::Cards{std::move(cards)}};
@@ -161,7 +162,7 @@ std::vector<wire::PrimeCard> primeCards(VerbContext& context, std::string_view p
     for (const auto at : candidate->words) words.push_back(salient[at]);
     const std::string gist = memory.title ? *memory.title : std::string(recall::firstSentence(memory.text));
     auto evidence = index.wordsAround(memory.id, words);
-    if (trimmed(evidence).empty()) evidence = memory.text;
+    if (base::trimmed(evidence).empty()) evidence = memory.text;
     cards.push_back(wire::PrimeCard{.when = day(memory.created),
                                     .whenRelative = recall::relativeDay(memory.created, context.now),
                                     .chapter = memory.scope + " · " + memory.type,
@@ -185,7 +186,7 @@ GatewayResponse answer(VerbContext& context, const wire::read::Recall& recall) {
 GatewayResponse answer(VerbContext& context, const wire::read::Grep& grep) {
   TimeBounds bounds;
   if (auto refusal = readBounds(grep.from, grep.to, bounds)) return failure(*refusal);
-  const auto literal = trimmed(grep.query);
+  const auto literal = base::trimmed(grep.query);
   if (literal.empty()) return GatewayResponse{wire::answer::Cards{}};
   return foundCards(context.store, RecallIndex(context.store.database()).containing(literal, bounds, kMaxHits));
 }

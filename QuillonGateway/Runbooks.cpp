@@ -4,8 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
+
+#include "QuillonBase/SystemError.hpp"
 
 namespace quillon::gateway {
 
@@ -22,7 +23,7 @@ std::vector<std::string> placeMissingRunbooks(const std::string& root, std::vect
     // O_EXCL: a runbook already there, the user's own edit or ours, is never replaced.
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0) {
-      if (errno != EEXIST) problems.push_back("cannot write " + path + ": " + std::strerror(errno));
+      if (errno != EEXIST) problems.push_back(base::systemError("cannot write " + path));
       continue;
     }
     const bool whole = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());

@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "QuillonBase/Text.hpp"
 #include "QuillonGateway/MemoryStore.hpp"
 #include "QuillonGateway/ShapeLaws.hpp"
 #include "QuillonGateway/Sqlite.hpp"
@@ -70,7 +71,7 @@ GatewayResponse answer(VerbContext& context, const wire::notes::SelfNames& reque
   std::vector<std::string> names;
   std::set<std::string> seen;
   for (const auto& given : *request.names) {
-    const std::string name = trimmed(given);
+    const std::string name(base::trimmed(given));
     if (name.empty()) continue;
     if (name.find(',') != std::string::npos)
       return failure("'" + name + "' holds a comma, and a comma always separates names — send each name as its own "
@@ -102,7 +103,7 @@ std::string callerScope(VerbContext& context, const std::optional<std::string>& 
 // rules filed there. The scope is the one named, else the caller's.
 GatewayResponse answer(VerbContext& context, const wire::read::StandingRules& request) {
   std::string scope;
-  if (request.scope && !trimmed(*request.scope).empty()) {
+  if (request.scope && !base::trimmed(*request.scope).empty()) {
     const auto shaped = ShapeLaws::scope(*request.scope);
     if (!shaped.value) return failure(shaped.refusal);
     scope = *shaped.value;

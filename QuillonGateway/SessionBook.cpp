@@ -1,5 +1,6 @@
 #include "QuillonGateway/SessionBook.hpp"
 
+#include "QuillonBase/Text.hpp"
 #include "QuillonGateway/Sqlite.hpp"
 #include "QuillonGateway/StoreWording.hpp"
 
@@ -39,7 +40,7 @@ SessionRecord readSession(const Statement& row) {
 // The prompt's first line that says something, or nothing when the prompt only works the front
 // door or a shortcut ("?", "\todo"): those name no subject a person would know the chat by.
 std::optional<std::string> titleOf(std::string_view prompt) {
-  const std::string whole = trimmed(prompt);
+  const std::string whole(base::trimmed(prompt));
   if (whole.empty() || whole == "?" || whole.front() == '\\') return std::nullopt;
   std::string_view line = whole;
   line = line.substr(0, line.find_first_of("\r\n"));

@@ -6,18 +6,14 @@
 #include <filesystem>
 #include <vector>
 
+#include "QuillonBase/Text.hpp"
+
 namespace quillon::gateway {
 
 namespace {
 
 bool isLowerWordByte(char c, bool underscores) {
   return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || (underscores && c == '_');
-}
-
-std::string_view trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
 // The closest spelling that obeys a word law: ASCII lowered, blanks, dots and (when not allowed)
@@ -133,7 +129,7 @@ std::optional<std::string> ShapeLaws::title(std::string_view value) {
 }
 
 Shaped ShapeLaws::scope(std::string_view given) {
-  const std::string_view text = trimmed(given);
+  const std::string_view text = base::trimmed(given);
   if (text.size() > kMaxScopeBytes)
     return Shaped{.value = std::nullopt,
                   .refusal = "Scope '" + echoed(text, 60) + "' is " + size(text.size()) + ", over the " +
@@ -161,7 +157,7 @@ Shaped ShapeLaws::scope(std::string_view given) {
 }
 
 Shaped ShapeLaws::type(std::string_view given) {
-  const std::string_view text = trimmed(given);
+  const std::string_view text = base::trimmed(given);
   bool lawful = !text.empty() && text.size() <= kMaxWordBytes;
   for (char c : text) lawful = lawful && isLowerWordByte(c, false);
   if (lawful) return Shaped{.value = std::string(text), .refusal = {}};
@@ -207,7 +203,7 @@ std::optional<std::string> ShapeLaws::filters(const wire::Filters& filters) {
 }
 
 Shaped ShapeLaws::folder(std::string_view given) {
-  const std::string_view text = trimmed(given);
+  const std::string_view text = base::trimmed(given);
   if (text.size() > kMaxFolderBytes)
     return Shaped{.value = std::nullopt,
                   .refusal = "Folder '" + echoed(text, 60) + "' is " + size(text.size()) + ", longer than any path " +

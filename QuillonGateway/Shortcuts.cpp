@@ -4,6 +4,7 @@
 #include <cctype>
 #include <map>
 
+#include "QuillonBase/Text.hpp"
 #include "QuillonGateway/MemoryStore.hpp"
 #include "QuillonGateway/RecallIndex.hpp"
 #include "QuillonGateway/RecallWords.hpp"
@@ -43,10 +44,10 @@ std::map<std::string, NamedShortcuts> shortcutsByName(MemoryStore& store) {
   std::map<std::string, NamedShortcuts> byName;
   for (auto& memory : store.byType("shortcut", "/", {}, kMaxShortcuts)) {
     const auto name = std::find_if(memory.filters.begin(), memory.filters.end(), [](const wire::FilterPair& pair) {
-      return pair.key == "name" && pair.value.asString() != nullptr && !trimmed(*pair.value.asString()).empty();
+      return pair.key == "name" && pair.value.asString() != nullptr && !base::trimmed(*pair.value.asString()).empty();
     });
     if (name == memory.filters.end()) continue;
-    byName[folded(trimmed(*name->value.asString()))].saved.push_back(std::move(memory));
+    byName[folded(base::trimmed(*name->value.asString()))].saved.push_back(std::move(memory));
   }
   return byName;
 }
@@ -58,7 +59,7 @@ std::string savedWhen(const Memory& memory, double now) {
 }  // namespace
 
 std::optional<ShortcutAsk> shortcutAsk(std::string_view prompt) {
-  const std::string typed = trimmed(prompt);
+  const std::string typed(base::trimmed(prompt));
   if (typed == "?" || typed == "\\?")
     return ShortcutAsk{.kind = ShortcutAsk::Kind::frontDoor, .name = {}, .argument = {}};
   if (typed == "\\") return ShortcutAsk{.kind = ShortcutAsk::Kind::list, .name = {}, .argument = {}};
@@ -74,7 +75,7 @@ std::optional<ShortcutAsk> shortcutAsk(std::string_view prompt) {
   ShortcutAsk ask{.kind = detail ? ShortcutAsk::Kind::detail : ShortcutAsk::Kind::fire,
                   .name = std::string(rest.substr(0, end)), .argument = {}};
   if (!detail)
-    if (auto argument = trimmed(rest.substr(end)); !argument.empty()) ask.argument = std::move(argument);
+    if (const auto argument = base::trimmed(rest.substr(end)); !argument.empty()) ask.argument = std::string(argument);
   return ask;
 }
 

@@ -14,6 +14,7 @@
 #include <set>
 #include <unordered_map>
 
+#include "QuillonBase/Text.hpp"
 #include "QuillonGateway/ShapeLaws.hpp"
 #include "QuillonGateway/Sqlite.hpp"
 #include "QuillonGateway/StoreWording.hpp"
@@ -111,7 +112,7 @@ class Record {
 
 std::string checkedText(Record& record, const std::string& key, std::optional<std::string> (*sized)(std::string_view)) {
   std::string value = record.text(key);
-  if (trimmed(value).empty()) throw Refusal{"'" + key + "' is empty"};
+  if (base::trimmed(value).empty()) throw Refusal{"'" + key + "' is empty"};
   if (auto refusal = sized(value)) throw Refusal{*refusal};
   return value;
 }
@@ -131,9 +132,9 @@ Memory readMemory(Record& record) {
   if (memory.type == "shortcut" && memory.scope != "/") throw Refusal{"a shortcut lives at /, not at " + memory.scope};
   memory.text = checkedText(record, "text", &ShapeLaws::text);
   memory.why = checkedText(record, "why", &ShapeLaws::why);
-  if (auto title = record.optionalText("title"); title && !trimmed(*title).empty()) {
-    if (auto refusal = ShapeLaws::title(trimmed(*title))) throw Refusal{*refusal};
-    memory.title = trimmed(*title);
+  if (auto title = record.optionalText("title"); title && !base::trimmed(*title).empty()) {
+    if (auto refusal = ShapeLaws::title(base::trimmed(*title))) throw Refusal{*refusal};
+    memory.title = base::trimmed(*title);
   }
   if (const json* filters = record.member("filters")) {
     if (!filters->is_object()) throw Refusal{"'filters' is not an object of keys and values"};
@@ -309,7 +310,7 @@ std::variant<ExportContents, std::string> StoreExport::read(std::istream& in) {
   for (std::string text; std::getline(in, text);) {
     ++number;
     if (!text.empty() && text.back() == '\r') text.pop_back();
-    if (headed && trimmed(text).empty()) continue;
+    if (headed && base::trimmed(text).empty()) continue;
     try {
       json value;
       try {
@@ -352,8 +353,8 @@ std::variant<ExportContents, std::string> StoreExport::read(std::istream& in) {
         if (list == nullptr || !list->is_array()) throw Refusal{"'names' is not a list of names"};
         record.noOthers("names");
         for (const auto& name : *list) {
-          if (!name.is_string() || trimmed(name.get<std::string>()).empty()) throw Refusal{"a name is empty or not a string"};
-          const std::string clean = trimmed(name.get<std::string>());
+          if (!name.is_string() || base::trimmed(name.get<std::string>()).empty()) throw Refusal{"a name is empty or not a string"};
+          const std::string clean(base::trimmed(name.get<std::string>()));
           if (clean.find(',') != std::string::npos) throw Refusal{"the name '" + clean + "' holds a comma, which separates names"};
           if (names.insert(clean).second) contents.names.push_back(clean);
         }

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "QuillonBase/SystemError.hpp"
 #include "QuillonGateway/GatewayDaemon.hpp"
 #include "QuillonGateway/GatewayStatus.hpp"
 #include "QuillonGateway/MemoryStore.hpp"
@@ -37,7 +38,7 @@ bool exists(const std::string& path) {
   return ::lstat(path.c_str(), &info) == 0;
 }
 
-std::string systemError(const std::string& what) { return what + ": " + std::strerror(errno); }
+using base::systemError;
 
 // Whether `target` is one of the store's own files: replacing it would put a copy over what it copies.
 bool isStore(const std::string& target, const std::string& store) {
@@ -184,7 +185,7 @@ int importStore(const Invocation& invocation, const DaemonSettings& settings, st
   if (source != "-") {
     if (std::filesystem::is_directory(source)) return failed(err, "import: " + source + " is a folder, not an export");
     file.open(source, std::ios::binary);
-    if (!file) return failed(err, "import: cannot read " + source + ": " + std::strerror(errno));
+    if (!file) return failed(err, systemError("import: cannot read " + source));
   }
   const std::string named = source == "-" ? "standard input" : source;
   auto read = StoreExport::read(source == "-" ? std::cin : file);

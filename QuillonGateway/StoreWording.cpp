@@ -46,12 +46,6 @@ wire::GatewayResponse failure(std::string message) {
 }
 wire::GatewayResponse text(std::string value) { return wire::GatewayResponse{wire::answer::Text{std::move(value)}}; }
 
-std::string trimmed(std::string_view value) {
-  const auto first = value.find_first_not_of(" \t\r\n");
-  if (first == std::string_view::npos) return {};
-  return std::string(value.substr(first, value.find_last_not_of(" \t\r\n") - first + 1));
-}
-
 std::string memoryID(std::int64_t id) { return "m:" + std::to_string(id); }
 
 std::string commaJoined(const std::vector<std::string>& items) {

@@ -21,8 +21,6 @@ struct Memory;
 wire::GatewayResponse failure(std::string message);
 wire::GatewayResponse text(std::string value);
 
-// Without the blanks, tabs and line breaks at either end.
-std::string trimmed(std::string_view value);
 std::string plural(std::int64_t count, std::string_view one, std::string_view many);
 std::string commaJoined(const std::vector<std::string>& items);
 

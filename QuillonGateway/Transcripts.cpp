@@ -15,6 +15,8 @@
 #include <cerrno>
 #include <set>
 
+#include "QuillonBase/Fd.hpp"
+#include "QuillonBase/Text.hpp"
 #include "QuillonGateway/StoreWording.hpp"
 
 namespace quillon::gateway {
@@ -56,7 +58,7 @@ std::string firstSentences(std::string_view text) {
 // A line a person typed, as opposed to what the agent put in the user's turn on its own: tool
 // results, the environment and instructions it hands the model, which open with a tag.
 bool typedByPerson(std::string_view text) {
-  const std::string line = trimmed(text);
+  const std::string line(base::trimmed(text));
   return !line.empty() && line.front() != '<';
 }
 
@@ -97,7 +99,7 @@ class GistReader {
   }
   void answered(std::string_view agent, std::string text) {
     agent_ = agent;
-    if (!user_.empty() && reply_.empty() && !trimmed(text).empty()) reply_ = std::move(text);
+    if (!user_.empty() && reply_.empty() && !base::trimmed(text).empty()) reply_ = std::move(text);
   }
 
   void claudeUser(const json& message) {
@@ -172,7 +174,7 @@ class GistReader {
       const std::string_view line = patch.substr(start, end - start);
       for (const auto marker : kPatchMarkers)
         if (line.starts_with(marker)) {
-          if (std::string file = trimmed(line.substr(marker.size())); !file.empty()) files_.push_back(std::move(file));
+          if (std::string file(base::trimmed(line.substr(marker.size()))); !file.empty()) files_.push_back(std::move(file));
         }
       start = end + 1;
     }
@@ -180,13 +182,6 @@ class GistReader {
 
   std::vector<std::string> files_;
   std::string user_, reply_, agent_;
-};
-
-struct Descriptor {
-  int fd;
-  ~Descriptor() {
-    if (fd >= 0) ::close(fd);
-  }
 };
 
 // Whether the open file is one a transcript can be: a regular file of ours, outside the kernel's
@@ -216,14 +211,14 @@ TranscriptGist transcriptGist(std::string_view lines) {
 
 std::optional<TranscriptGist> readTranscript(const std::string& path) {
   if (path.empty() || path.front() != '/') return std::nullopt;
-  const Descriptor file{::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)};
+  const base::Fd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   off_t size = 0;
-  if (file.fd < 0 || !readable(file.fd, size)) return std::nullopt;
+  if (file.get() < 0 || !readable(file.get(), size)) return std::nullopt;
   const off_t start = size > static_cast<off_t>(kTailBytes) ? size - static_cast<off_t>(kTailBytes) : 0;
   std::string tail(static_cast<std::size_t>(size - start), '\0');
   std::size_t got = 0;
   while (got < tail.size()) {
-    const ssize_t read = ::pread(file.fd, tail.data() + got, tail.size() - got, start + static_cast<off_t>(got));
+    const ssize_t read = ::pread(file.get(), tail.data() + got, tail.size() - got, start + static_cast<off_t>(got));
     if (read < 0 && errno == EINTR) continue;
     if (read <= 0) break;
     got += static_cast<std::size_t>(read);

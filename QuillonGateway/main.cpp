@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 
+#include "QuillonBase/Process.hpp"
 #include "QuillonGateway/GatewayDaemon.hpp"
 #include "QuillonGateway/StoreTools.hpp"
 #include "QuillonKit/DoorNamespace.hpp"
@@ -63,9 +64,9 @@ void printPaths(const quillon::gateway::DaemonSettings& settings) {
 // Whether standard error is systemd's journal: JOURNAL_STREAM names the device and inode of the
 // stream systemd connected, and only that stream (not one a child redirected) counts.
 bool underJournal() {
-  const char* stream = std::getenv("JOURNAL_STREAM");
+  const auto stream = quillon::base::environmentVariable("JOURNAL_STREAM");
   unsigned long long device = 0, inode = 0;
-  if (stream == nullptr || std::sscanf(stream, "%llu:%llu", &device, &inode) != 2) return false;
+  if (!stream || std::sscanf(stream->c_str(), "%llu:%llu", &device, &inode) != 2) return false;
   struct stat facts {};
   return ::fstat(STDERR_FILENO, &facts) == 0 && facts.st_dev == device && facts.st_ino == inode;
 }

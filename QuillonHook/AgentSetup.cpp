@@ -7,13 +7,14 @@
 #include <nlohmann/json.hpp>
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <optional>
 #include <sstream>
 
+#include "QuillonBase/Fd.hpp"
+#include "QuillonBase/SystemError.hpp"
 #include "QuillonHook/CodexConfig.hpp"
 
 namespace quillon::hook {
@@ -41,25 +42,20 @@ std::optional<std::string> writeFile(const std::string& path, const std::string&
   struct stat info {};
   const mode_t mode = ::stat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : 0600;
   const std::string temporary = path + ".quillon-new";
-  const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-  if (fd < 0) return "cannot write " + temporary + ": " + std::strerror(errno);
-  ::fchmod(fd, mode);
-  std::size_t written = 0;
-  while (written < bytes.size()) {
-    const auto wrote = ::write(fd, bytes.data() + written, bytes.size() - written);
-    if (wrote < 0 && errno == EINTR) continue;
-    if (wrote <= 0) {
-      const std::string reason = std::strerror(errno);
-      ::close(fd);
-      ::unlink(temporary.c_str());
-      return "cannot write " + temporary + ": " + reason;
-    }
-    written += static_cast<std::size_t>(wrote);
-  }
-  if (::fsync(fd) != 0 || ::close(fd) != 0 || ::rename(temporary.c_str(), path.c_str()) != 0) {
-    const std::string reason = std::strerror(errno);
+  base::Fd file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
+  if (file.get() < 0) return base::systemError("cannot write " + temporary);
+  ::fchmod(file.get(), mode);
+  if (!base::writeAll(file.get(), bytes)) {
+    const int failure = errno;
+    file.reset();
     ::unlink(temporary.c_str());
-    return "cannot replace " + path + ": " + reason;
+    return base::systemError("cannot write " + temporary, failure);
+  }
+  // The close's own result counts: a failed write may show only there.
+  if (::fsync(file.get()) != 0 || ::close(file.release()) != 0 || ::rename(temporary.c_str(), path.c_str()) != 0) {
+    const int failure = errno;
+    ::unlink(temporary.c_str());
+    return base::systemError("cannot replace " + path, failure);
   }
   return std::nullopt;
 }
@@ -196,7 +192,7 @@ class Files {
     if (before && !remove && !restoring && !kept)
       if (auto problem = writeFile(path + ".bak", *before)) return refuse(relative, "could not be kept: " + *problem);
     if (remove) {
-      if (::unlink(path.c_str()) != 0) return refuse(relative, std::string("could not be removed: ") + std::strerror(errno));
+      if (::unlink(path.c_str()) != 0) return refuse(relative, base::systemError("could not be removed"));
     } else if (auto problem = writeFile(path, after)) {
       return refuse(relative, "could not be written: " + *problem);
     }

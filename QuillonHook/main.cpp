@@ -20,6 +20,8 @@
 #include <thread>
 #include <vector>
 
+#include "QuillonBase/Fd.hpp"
+#include "QuillonBase/Process.hpp"
 #include "QuillonHook/AgentSetup.hpp"
 #include "QuillonHook/HookLanes.hpp"
 #include "QuillonKit/ClientLineage.hpp"
@@ -69,15 +71,6 @@ std::string readAll(int fd) {
   return input;
 }
 
-void writeAll(int fd, const std::string& text) {
-  for (std::size_t written = 0; written < text.size();) {
-    const auto wrote = ::write(fd, text.data() + written, text.size() - written);
-    if (wrote < 0 && errno == EINTR) continue;
-    if (wrote <= 0) return;
-    written += static_cast<std::size_t>(wrote);
-  }
-}
-
 int runLane(const std::string& lane, const std::string& agent) {
   ::signal(SIGPIPE, SIG_IGN);
   // Whatever a library might say goes nowhere: the agent would show it to the user.
@@ -92,7 +85,7 @@ int runLane(const std::string& lane, const std::string& agent) {
   static kit::XPCClient client(
       gatewayName, kit::SystemDoor::makeConnection, [] {},
       [] { return kit::SystemDoor::serviceRegistered(gatewayName); },
-      [] { return kit::ClientLineage::probe(wire::runningExecutablePath()); }, kHookRedial);
+      [] { return kit::ClientLineage::probe(base::executablePath()); }, kHookRedial);
 
   std::vector<std::string> problems;
   std::string output;
@@ -111,7 +104,7 @@ int runLane(const std::string& lane, const std::string& agent) {
   } else {
     problems.push_back("the hook's input is not a JSON object (" + std::to_string(input.size()) + " bytes)");
   }
-  writeAll(STDOUT_FILENO, output);
+  base::writeAll(STDOUT_FILENO, output);
 
   // Said to the gateway's diagnostic log, unless the trouble was reaching the gateway at all.
   if (!client.lastDoorFault())
@@ -133,20 +126,20 @@ int runSetup(hook::SetupAction action, const std::string& agent, bool dryRun) {
     std::fprintf(stderr, "quillon-hook: say which agent: --agent claude, codex, cursor, opencode or all\n");
     return 2;
   }
-  const char* home = std::getenv("HOME");
-  if (home == nullptr || home[0] != '/') {
+  const auto home = base::environmentVariable("HOME");
+  if (!home || !home->starts_with('/')) {
     std::fprintf(stderr, "quillon-hook: HOME is not an absolute folder, so the agents' files cannot be found\n");
     return 1;
   }
   std::error_code error;
-  const auto self = std::filesystem::canonical(wire::runningExecutablePath(), error);
+  const auto self = std::filesystem::canonical(base::executablePath(), error);
   const auto bridge = self.parent_path() / "quillon-mcp";
   if (error || ::access(bridge.c_str(), X_OK) != 0) {
     std::fprintf(stderr, "quillon-hook: no quillon-mcp beside %s; build or install both, then run this again\n",
                  self.c_str());
     return 1;
   }
-  const auto report = hook::setUp(action, agents, {.home = home, .bridge = bridge.string(), .hook = self.string()},
+  const auto report = hook::setUp(action, agents, {.home = *home, .bridge = bridge.string(), .hook = self.string()},
                                   dryRun);
   for (const auto& line : report.lines) std::printf("%s\n", line.c_str());
   for (const auto& note : report.notes) std::printf("%s\n", note.c_str());

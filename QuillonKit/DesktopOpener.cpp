@@ -5,7 +5,8 @@
 #include <sys/wait.h>
 
 #include <cerrno>
-#include <cstring>
+
+#include "QuillonBase/SystemError.hpp"
 
 extern char** environ;
 
@@ -23,11 +24,11 @@ std::optional<std::string> DesktopOpener::run(const std::vector<std::string>& ar
   pid_t child = -1;
   const int started = ::posix_spawnp(&child, program_.c_str(), &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  if (started != 0) return program_ + " could not be started: " + std::strerror(started);
+  if (started != 0) return base::systemError(program_ + " could not be started", started);
 
   int status = 0;
   while (::waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) return program_ + " could not be waited for: " + std::strerror(errno);
+    if (errno != EINTR) return base::systemError(program_ + " could not be waited for");
   }
   if (WIFEXITED(status)) {
     if (WEXITSTATUS(status) == 0) return std::nullopt;

@@ -7,7 +7,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+
+#include "QuillonBase/SystemError.hpp"
 
 namespace quillon::kit {
 
@@ -60,12 +61,12 @@ std::optional<std::string> DoorNamespace::problem(const std::string& folder, con
 
 std::optional<std::string> DoorNamespace::check(const std::string& folder) {
   const auto facts = factsOf(folder);
-  if (!facts) return "lstat " + folder + ": " + std::strerror(errno);
+  if (!facts) return base::systemError("lstat " + folder);
   return problem(folder, *facts, ::geteuid());
 }
 
 std::optional<std::string> DoorNamespace::create(const std::string& folder) {
-  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return "mkdir " + folder + ": " + std::strerror(errno);
+  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return base::systemError("mkdir " + folder);
   return check(folder);
 }
 

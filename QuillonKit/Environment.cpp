@@ -1,15 +1,11 @@
 #include "QuillonKit/Environment.hpp"
 
-#include <cstdlib>
+#include "QuillonBase/Process.hpp"
 
 namespace quillon::kit {
 
 Environment processEnvironment() {
-  return [](std::string_view name) -> std::optional<std::string> {
-    const char* value = std::getenv(std::string(name).c_str());
-    if (value == nullptr) return std::nullopt;
-    return std::string(value);
-  };
+  return base::environmentVariable;
 }
 
 Environment fixedEnvironment(std::map<std::string, std::string, std::less<>> variables) {

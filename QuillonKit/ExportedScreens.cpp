@@ -7,32 +7,15 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+
+#include "QuillonBase/Fd.hpp"
+#include "QuillonBase/SystemError.hpp"
 
 namespace quillon::kit {
 
 namespace {
 
-// Closes the descriptor it holds.
-class Fd {
- public:
-  explicit Fd(int fd) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-  // Closes now; false when close reports a failed write.
-  bool close() {
-    const int fd = fd_;
-    fd_ = -1;
-    return ::close(fd) == 0;
-  }
-
- private:
-  int fd_;
-};
+using base::Fd;
 
 bool plainWindowName(const std::string& window) {
   if (window.empty() || window.size() > 64) return false;
@@ -53,8 +36,6 @@ std::string hashed(const std::string& window) {
   std::snprintf(text, sizeof text, "h%016llx", static_cast<unsigned long long>(hash));
   return text;
 }
-
-std::string errorText(int error) { return std::strerror(error); }
 
 }  // namespace
 
@@ -77,7 +58,7 @@ ExportedScreens::Written ExportedScreens::write(std::span<const std::uint8_t> pn
   const std::string refused = folder_ + " is not a plain folder; nothing is written through it";
   const std::string name = fileName(moment, window);
   const std::string path = folder_ + "/" + name;
-  const auto couldNotWrite = [&](int error) { return Failure{"could not write " + path + ": " + errorText(error)}; };
+  const auto couldNotWrite = [&](int error) { return Failure{base::systemError("could not write " + path, error)}; };
 
   if (::mkdir(folder_.c_str(), 0700) != 0 && errno != EEXIST) return couldNotWrite(errno);
   // The folder is judged by the descriptor we then write through, so it cannot be swapped
@@ -103,14 +84,10 @@ ExportedScreens::Written ExportedScreens::write(std::span<const std::uint8_t> pn
   };
   // The umask may only take bits away; this makes the mode exactly 0600 whatever it is.
   if (::fchmod(file.get(), 0600) != 0) return abandon(errno);
-  std::size_t done = 0;
-  while (done < png.size()) {
-    const ssize_t n = ::write(file.get(), png.data() + done, png.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return abandon(errno);
-    done += static_cast<std::size_t>(n);
-  }
-  if (!file.close()) return abandon(errno);
+  if (!base::writeAll(file.get(), std::string_view(reinterpret_cast<const char*>(png.data()), png.size())))
+    return abandon(errno);
+  // The close reports a write that failed late.
+  if (::close(file.release()) != 0) return abandon(errno);
   if (::renameat(folder.get(), temporary.c_str(), folder.get(), name.c_str()) != 0) return abandon(errno);
   return path;
 }

@@ -21,16 +21,18 @@
 #include <thread>
 #include <vector>
 
+#include "QuillonBase/Fd.hpp"
+#include "QuillonBase/LineBuffer.hpp"
+#include "QuillonBase/SystemError.hpp"
 #include "QuillonKit/DoorConnection.hpp"
 #include "QuillonKit/DoorFrame.hpp"
 #include "QuillonKit/DoorNamespace.hpp"
-#include "QuillonKit/LineBuffer.hpp"
 
 namespace quillon::kit {
 
 namespace {
 
-std::string failed(const std::string& what, int error) { return what + ": " + std::strerror(error); }
+using base::systemError;
 
 // How long a connection waits for a gateway whose socket is there but refuses: long enough for a
 // restart, short beside the redial budget.
@@ -53,11 +55,6 @@ class Channel : public std::enable_shared_from_this<Channel> {
  public:
   Channel(std::string folder, std::string serviceName)
       : folder_(std::move(folder)), serviceName_(std::move(serviceName)), name_(folder_ + "/" + serviceName_) {}
-
-  ~Channel() {
-    if (socket_ >= 0) ::close(socket_);
-    if (wake_ >= 0) ::close(wake_);
-  }
 
   void resume(DoorConnection::EventHandler onEvent) {
     std::lock_guard guard(lock_);
@@ -103,7 +100,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
     }
     if (!outbox_.empty()) {
       const std::uint64_t one = 1;
-      [[maybe_unused]] const ssize_t n = ::write(wake_, &one, sizeof one);
+      [[maybe_unused]] const ssize_t n = ::write(wake_.get(), &one, sizeof one);
     }
   }
 
@@ -128,9 +125,9 @@ class Channel : public std::enable_shared_from_this<Channel> {
       reason = "not dialling " + name_ + ": not a usable socket name";
       return false;
     }
-    socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (socket_ < 0) {
-      reason = failed("socket for " + name_, errno);
+    socket_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (socket_.get() < 0) {
+      reason = systemError("socket for " + name_);
       return false;
     }
     sockaddr_un address{};
@@ -144,12 +141,12 @@ class Channel : public std::enable_shared_from_this<Channel> {
     // moment too.
     const auto giveUp = std::chrono::steady_clock::now() + kRestartWait;
     bool refused = false;
-    while (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    while (::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
       const int error = errno;
       refused = refused || error == ECONNREFUSED;
       if (error == EINTR) continue;
       if (!refused || (error != ECONNREFUSED && error != ENOENT) || std::chrono::steady_clock::now() >= giveUp) {
-        reason = failed("connect " + name_, error);
+        reason = systemError("connect " + name_, error);
         return false;
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -157,17 +154,17 @@ class Channel : public std::enable_shared_from_this<Channel> {
     // Only a gateway of our own user may speak to the agent through us.
     ucred peer{};
     socklen_t size = sizeof peer;
-    if (::getsockopt(socket_, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
-      reason = failed("peer credentials of " + name_, errno);
+    if (::getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+      reason = systemError("peer credentials of " + name_);
       return false;
     }
     if (peer.uid != ::geteuid()) {
       reason = name_ + ": the listener runs as uid " + std::to_string(peer.uid) + ", not " + std::to_string(::geteuid());
       return false;
     }
-    wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wake_ < 0) {
-      reason = failed("eventfd for " + name_, errno);
+    wake_.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (wake_.get() < 0) {
+      reason = systemError("eventfd for " + name_);
       return false;
     }
     try {
@@ -186,7 +183,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
     if (state_ == State::closed) return farewell;
     state_ = State::closed;
     closedReason_ = reason;
-    if (socket_ >= 0) ::shutdown(socket_, SHUT_RDWR);  // wakes the I/O thread, which then ends
+    if (socket_.get() >= 0) ::shutdown(socket_.get(), SHUT_RDWR);  // wakes the I/O thread, which then ends
     for (auto& [id, handler] : outstanding_) farewell.replies.push_back(std::move(handler));
     outstanding_.clear();
     outbox_.clear();
@@ -206,7 +203,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   bool flushLocked(std::string& reason) {
     std::size_t written = 0;
     while (written < outbox_.size()) {
-      const ssize_t n = ::send(socket_, outbox_.data() + written, outbox_.size() - written, MSG_NOSIGNAL | MSG_DONTWAIT);
+      const ssize_t n = ::send(socket_.get(), outbox_.data() + written, outbox_.size() - written, MSG_NOSIGNAL | MSG_DONTWAIT);
       if (n > 0) {
         written += static_cast<std::size_t>(n);
       } else if (n < 0 && errno == EINTR) {
@@ -214,7 +211,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
       } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         break;
       } else {
-        reason = failed("write to " + name_, n < 0 ? errno : EPIPE);
+        reason = systemError("write to " + name_, n < 0 ? errno : EPIPE);
         return false;
       }
     }
@@ -252,10 +249,10 @@ class Channel : public std::enable_shared_from_this<Channel> {
   }
 
   void run() {
-    LineBuffer pending(DoorFrame::kMaxLineBytes);
+    base::LineBuffer pending(DoorFrame::kMaxLineBytes);
     std::vector<char> chunk(std::size_t{1} << 16);
     for (;;) {
-      pollfd watched[2] = {{socket_, POLLIN, 0}, {wake_, POLLIN, 0}};
+      pollfd watched[2] = {{socket_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
       {
         std::lock_guard guard(lock_);
         if (state_ == State::closed) return;
@@ -263,12 +260,12 @@ class Channel : public std::enable_shared_from_this<Channel> {
       }
       if (::poll(watched, 2, -1) < 0) {
         if (errno == EINTR) continue;
-        close(failed("poll " + name_, errno));
+        close(systemError("poll " + name_));
         return;
       }
       if (watched[1].revents & POLLIN) {
         std::uint64_t count;
-        [[maybe_unused]] const ssize_t n = ::read(wake_, &count, sizeof count);
+        [[maybe_unused]] const ssize_t n = ::read(wake_.get(), &count, sizeof count);
       }
       if (watched[0].revents & POLLOUT) {
         std::unique_lock guard(lock_);
@@ -282,7 +279,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
       }
       if ((watched[0].revents & (POLLIN | POLLHUP | POLLERR)) == 0) continue;
       for (;;) {
-        const ssize_t n = ::recv(socket_, chunk.data(), chunk.size(), 0);
+        const ssize_t n = ::recv(socket_.get(), chunk.data(), chunk.size(), 0);
         if (n == 0) {
           close(name_ + ": the gateway closed the connection");
           return;
@@ -290,7 +287,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
         if (n < 0) {
           if (errno == EINTR) continue;
           if (errno == EAGAIN || errno == EWOULDBLOCK) break;
-          close(failed("read from " + name_, errno));
+          close(systemError("read from " + name_));
           return;
         }
         pending.append(std::string_view(chunk.data(), static_cast<std::size_t>(n)));
@@ -308,9 +305,9 @@ class Channel : public std::enable_shared_from_this<Channel> {
   const std::string folder_;
   const std::string serviceName_;
   const std::string name_;  // the socket's path, for messages
-  // Set once while connecting, before the I/O thread starts; closed by the destructor.
-  int socket_ = -1;
-  int wake_ = -1;  // an eventfd: more output waits in the outbox
+  // Set once while connecting, before the I/O thread starts.
+  base::Fd socket_;
+  base::Fd wake_;  // an eventfd: more output waits in the outbox
 
   std::mutex lock_;
   State state_ = State::fresh;                                        // guarded by lock_
@@ -350,15 +347,13 @@ bool SystemDoor::serviceRegistered(const std::string& serviceName) {
   if (DoorNamespace::check(folder)) return false;
   const auto path = DoorNamespace::servicePath(folder, serviceName);
   if (!path) return false;
-  const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (probe < 0) return false;
+  const base::Fd probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (probe.get() < 0) return false;
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, path->c_str(), path->size() + 1);
   // Something listens there: a stale socket file left by a gateway that died refuses the connect.
-  const bool listening = ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  ::close(probe);
-  return listening;
+  return ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 }  // namespace quillon::kit

@@ -1,7 +1,8 @@
 #include "QuillonMCP/ScreenClosures.hpp"
 
-#include <cstdlib>
+#include <utility>
 
+#include "QuillonBase/Process.hpp"
 #include "QuillonKit/DesktopOpener.hpp"
 
 namespace quillon::mcp {
@@ -9,8 +10,8 @@ namespace quillon::mcp {
 namespace {
 
 kit::DesktopOpener opener() {
-  const char* stand_in = std::getenv("QUILLON_MCP_OPENER_FOR_TESTS");
-  if (stand_in != nullptr && *stand_in != '\0') return kit::DesktopOpener(stand_in);
+  auto standIn = base::environmentVariable("QUILLON_MCP_OPENER_FOR_TESTS");
+  if (standIn && !standIn->empty()) return kit::DesktopOpener(std::move(*standIn));
   return kit::DesktopOpener();
 }
 

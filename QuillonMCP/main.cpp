@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
 
+#include "QuillonBase/Process.hpp"
 #include "QuillonKit/ClientLineage.hpp"
 #include "QuillonKit/DiagnosticRelay.hpp"
 #include "QuillonKit/DoorConnection.hpp"
@@ -26,12 +26,6 @@
 using namespace quillon;
 
 namespace {
-
-std::optional<std::string> environment(const char* name) {
-  const char* value = std::getenv(name);
-  if (value == nullptr) return std::nullopt;
-  return std::string(value);
-}
 
 constexpr const char* kUsage =
     "quillon-mcp: the Quillon MCP server. AI coding agents (Claude Code, Codex, Cursor, opencode)\n"
@@ -85,10 +79,10 @@ int main(int argc, char** argv) {
         if (gate.stopRequested()) ::_exit(0);
       },
       [] { return kit::SystemDoor::serviceRegistered(gatewayName); },
-      [] { return kit::ClientLineage::probe(wire::runningExecutablePath()); }, kit::DoorRedial::standard);
+      [] { return kit::ClientLineage::probe(base::executablePath()); }, kit::DoorRedial::standard);
   // Only the folder's path is settled here; it is made, and the codecs loaded, by the first frame.
   static const std::optional<kit::ExportedScreens> screens = kit::ExportedScreens::live();
-  static bridge::MCPBridge mcp(client, environment("CLAUDE_CODE_SESSION_ID"), quillon::mcp::screenClosures(screens));
+  static bridge::MCPBridge mcp(client, base::environmentVariable("CLAUDE_CODE_SESSION_ID"), quillon::mcp::screenClosures(screens));
   static kit::DiagnosticRelay relay("mcp", client);
 
   // Replies are written with write(2), one whole line per call: nothing is ever buffered.

@@ -1,5 +1,6 @@
 #include "QuillonMCPBridge/CardRendering.hpp"
 
+#include "QuillonBase/Text.hpp"
 #include "QuillonMCPBridge/FallbackAnswers.hpp"
 #include "QuillonMCPBridge/MemoryFilters.hpp"
 #include "QuillonMCPBridge/TextCleaning.hpp"
@@ -107,7 +108,7 @@ void appendMomentBody(std::string& out, const wire::MomentBody& body, std::strin
   if (body.hidden >= 1) {
     out += "\n    ";
     out += kEllipsis;
-    out += ' ' + grouped(body.hidden) + " more characters";
+    out += ' ' + base::grouped(body.hidden) + " more characters";
     out += kDot;
     out += "grab " + defangEnvelope(id) + " full:true";
   }

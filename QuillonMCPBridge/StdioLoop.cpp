@@ -10,6 +10,8 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "QuillonBase/Fd.hpp"
+#include "QuillonBase/LineBuffer.hpp"
 #include "QuillonMCPBridge/ExitGate.hpp"
 #include "QuillonMCPBridge/MCPBridge.hpp"
 #include "QuillonWire/JSONNesting.hpp"
@@ -163,21 +165,6 @@ StdioLoop::StdioLoop(int input, int output, MCPBridge& bridge, MCPExitGate& gate
                      std::function<void(std::string)> note)
     : input_(input), output_(output), bridge_(bridge), gate_(gate), note_(std::move(note)) {}
 
-namespace {
-
-// False when the reader of our output has gone.
-bool writeAll(int output, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t n = ::write(output, bytes.data(), bytes.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(n));
-  }
-  return true;
-}
-
-}  // namespace
-
 bool StdioLoop::writeLine(std::string_view line) {
   // The line and its feed in one writev: one system call, and no copy of a reply that may be the
   // whole ~30 KB catalogue just to add one byte.
@@ -190,7 +177,7 @@ bool StdioLoop::writeLine(std::string_view line) {
   const auto taken = static_cast<std::size_t>(n);
   if (taken > line.size()) return true;
   // The pipe took only part of it; the rest goes out plainly.
-  return writeAll(output_, line.substr(taken)) && writeAll(output_, "\n");
+  return base::writeAll(output_, line.substr(taken)) && base::writeAll(output_, "\n");
 }
 
 bool StdioLoop::take(std::string_view raw) {
@@ -216,8 +203,9 @@ bool StdioLoop::take(std::string_view raw) {
 }
 
 void StdioLoop::run() {
-  std::string pending;       // bytes of the line being assembled
-  std::size_t skipping = 0;  // bytes of an over-long line being passed over, 0 when none
+  base::LineBuffer lines(kMaxLineBytes);
+  // The bytes so far of an over-long line whose rest is being passed over, unread.
+  std::optional<std::size_t> passing;
   // Left uninitialised: read() fills what it returns, and a zeroed buffer would cost every start
   // sixteen page faults and 64 KiB of memory for messages that are mostly a few hundred bytes.
   constexpr std::size_t kChunkBytes = std::size_t{1} << 16;
@@ -227,40 +215,35 @@ void StdioLoop::run() {
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
       // End of input: a last line without its line feed is still a line. Then stop at once.
-      if (skipping > 0 && note_) note_(unparseableNote(skipping - 1));
-      if (skipping == 0 && !pending.empty()) take(pending);
+      if (passing && note_) note_(unparseableNote(*passing));
+      if (!passing && lines.buffered() > 0) take(lines.pending());
       return;
     }
     std::string_view data(chunk.get(), static_cast<std::size_t>(n));
-    while (!data.empty()) {
+    if (passing) {
       const auto* feed = static_cast<const char*>(std::memchr(data.data(), '\n', data.size()));
-      const std::size_t upto = feed ? static_cast<std::size_t>(feed - data.data()) : data.size();
-      if (skipping > 0) {
-        skipping += upto;
-        if (feed) {
-          if (note_) note_(unparseableNote(skipping - 1));
-          skipping = 0;
-        }
-      } else if (pending.size() + upto > kMaxLineBytes) {
-        skipping = pending.size() + upto + 1;  // +1 keeps the count non-zero for an empty remainder
-        pending.clear();
-        if (feed) {
-          if (note_) note_(unparseableNote(skipping - 1));
-          skipping = 0;
-        }
-      } else if (feed) {
-        if (pending.empty()) {
-          if (!take(data.substr(0, upto))) return;
-        } else {
-          pending.append(data.substr(0, upto));
-          const bool goOn = take(pending);
-          pending.clear();
-          if (!goOn) return;
-        }
-      } else {
-        pending.append(data);
+      if (feed == nullptr) {
+        *passing += data.size();
+        continue;
       }
-      data.remove_prefix(feed ? upto + 1 : upto);
+      const auto upto = static_cast<std::size_t>(feed - data.data());
+      if (note_) note_(unparseableNote(*passing + upto));
+      passing.reset();
+      data.remove_prefix(upto + 1);
+    }
+    lines.append(data);
+    for (;;) {
+      while (const auto line = lines.next())
+        if (!take(*line)) return;
+      if (!lines.overlong()) break;
+      // An over-long line is dropped alone, never held whole: its bytes are counted as they pass,
+      // and the lines after it are read on.
+      const auto dropped = lines.dropOverlong();
+      if (!dropped.ended) {
+        passing = dropped.bytes;
+        break;
+      }
+      if (note_) note_(unparseableNote(dropped.bytes));
     }
   }
 }

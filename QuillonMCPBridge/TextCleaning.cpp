@@ -256,19 +256,4 @@ std::string defangEnvelope(std::string_view raw) {
 
 bool forgesFramingTag(std::string_view text) { return TagScanner(text).next(0).has_value(); }
 
-std::string grouped(std::int64_t n) {
-  // Digits of |n|; the most negative value has no positive twin, so work on the unsigned form.
-  std::uint64_t magnitude = n < 0 ? ~static_cast<std::uint64_t>(n) + 1 : static_cast<std::uint64_t>(n);
-  std::string digits = std::to_string(magnitude);
-  std::string out;
-  if (n < 0) out.push_back('-');
-  const std::size_t lead = digits.size() % 3 == 0 ? 3 : digits.size() % 3;
-  out.append(digits, 0, lead);
-  for (std::size_t i = lead; i < digits.size(); i += 3) {
-    out.push_back(',');
-    out.append(digits, i, 3);
-  }
-  return out;
-}
-
 }  // namespace quillon::bridge

@@ -17,7 +17,6 @@
 // no opening bracket without forming a tag. The matcher runs in time linear in the text.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -33,7 +32,5 @@ std::string defangEnvelope(std::string_view text);
 // True when `text` holds a framing tag by the measure above, or ends in one still open: the
 // check that every defanged field, and every block composed of them, must pass.
 bool forgesFramingTag(std::string_view text);
-// 16000 → "16,000"; -1234 → "-1,234".
-std::string grouped(std::int64_t n);
 
 }  // namespace quillon::bridge

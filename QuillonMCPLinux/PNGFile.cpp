@@ -2,12 +2,12 @@
 
 #include <dlfcn.h>
 
-#include "QuillonWire/ClientVersion.hpp"
+#include "QuillonBase/Process.hpp"
 
 namespace quillon::mcp {
 
 std::string PNGFile::besideExecutable() {
-  const std::string executable = wire::runningExecutablePath();
+  const std::string executable = base::executablePath();
   const auto slash = executable.rfind('/');
   return (slash == std::string::npos ? std::string(".") : executable.substr(0, slash)) + "/" + kFrameCodecLibrary;
 }

@@ -3,8 +3,10 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <utility>
 #include <vector>
+
+#include "QuillonBase/Process.hpp"
 
 namespace quillon::wire {
 
@@ -19,7 +21,7 @@ const std::string& ClientInstance::menubarID() {
 }
 
 std::string homeFolder() {
-  if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/') return home;
+  if (auto home = base::environmentVariable("HOME"); home && home->starts_with('/')) return std::move(*home);
   long size = ::sysconf(_SC_GETPW_R_SIZE_MAX);
   std::vector<char> buffer(static_cast<std::size_t>(size > 0 ? size : 16384));
   passwd entry{};

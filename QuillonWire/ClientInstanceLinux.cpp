@@ -1,14 +1,15 @@
-#include <cstdlib>
 #include <string>
+#include <utility>
 
+#include "QuillonBase/Process.hpp"
 #include "QuillonWire/ClientInstance.hpp"
 
 namespace quillon::wire {
 
 // The XDG base-directory rule: a relative XDG_DATA_HOME is invalid and is ignored.
 std::string ClientInstance::runbooksRootExpanded() {
-  if (const char* data = std::getenv("XDG_DATA_HOME"); data != nullptr && data[0] == '/') {
-    std::string root = data;
+  if (auto data = base::environmentVariable("XDG_DATA_HOME"); data && data->starts_with('/')) {
+    std::string root = std::move(*data);
     while (!root.empty() && root.back() == '/') root.pop_back();  // no "//" in a path agents copy
     return root + "/quillon/runbooks";
   }

@@ -7,9 +7,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <vector>
+
+#include "QuillonBase/Fd.hpp"
+#include "QuillonBase/SystemError.hpp"
 
 namespace quillon::wire {
 namespace {
@@ -17,7 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string failed(std::string_view what, const std::string& path, int error) {
-  return std::string(what) + " " + path + ": " + std::error_code(error, std::generic_category()).message();
+  return base::systemError(std::string(what) + " " + path, error);
 }
 
 // Closes the descriptor and removes the half-written file unless the write went through.
@@ -25,23 +27,20 @@ class TempFile {
  public:
   TempFile(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}
   ~TempFile() {
-    if (fd_ >= 0) ::close(fd_);
+    fd_.reset();
     if (!kept_) ::unlink(path_.c_str());
   }
   TempFile(const TempFile&) = delete;
   TempFile& operator=(const TempFile&) = delete;
 
-  int fd() const { return fd_; }
+  int fd() const { return fd_.get(); }
   const std::string& path() const { return path_; }
-  int close() {
-    const int result = ::close(fd_);
-    fd_ = -1;
-    return result;
-  }
+  // The close's own result: a failed write may show only there.
+  int close() { return ::close(fd_.release()); }
   void keep() { kept_ = true; }
 
  private:
-  int fd_;
+  base::Fd fd_;
   std::string path_;
   bool kept_ = false;
 };
@@ -81,26 +80,16 @@ StoreStatus ClientStoreMode::write(std::span<const std::uint8_t> data, const std
   TempFile temp(fd, std::string(name.data()));
 
   if (::fchmod(temp.fd(), file) != 0) return {failed("write", toFile, errno)};
-  std::size_t written = 0;
-  while (written < data.size()) {
-    const ssize_t n = ::write(temp.fd(), data.data() + written, data.size() - written);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return {failed("write", toFile, errno)};
-    }
-    written += static_cast<std::size_t>(n);
-  }
+  if (!base::writeAll(temp.fd(), std::string_view(reinterpret_cast<const char*>(data.data()), data.size())))
+    return {failed("write", toFile, errno)};
   if (::fsync(temp.fd()) != 0) return {failed("write", toFile, errno)};
   if (temp.close() != 0) return {failed("write", toFile, errno)};
   if (::rename(temp.path().c_str(), toFile.c_str()) != 0) return {failed("write", toFile, errno)};
   temp.keep();
 
   // Make the rename itself durable; the data is already safe, so a failure here is not reported.
-  const int folderFd = ::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (folderFd >= 0) {
-    ::fsync(folderFd);
-    ::close(folderFd);
-  }
+  const base::Fd folderFd(::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folderFd.get() >= 0) ::fsync(folderFd.get());
   return {};
 }
 

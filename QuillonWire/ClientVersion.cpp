@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <memory>
 
+#include "QuillonBase/Process.hpp"
+
 namespace quillon::wire {
 namespace {
 
@@ -86,7 +88,7 @@ std::string ClientVersion::resolve(const std::string& executablePath) {
 }
 
 const std::string& ClientVersion::current() {
-  static const std::string version = resolve(runningExecutablePath());
+  static const std::string version = resolve(base::executablePath());
   return version;
 }
 

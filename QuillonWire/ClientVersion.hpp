@@ -27,7 +27,4 @@ struct ClientVersion {
   static std::string resolve(const std::string& executablePath);
 };
 
-// The absolute path of the running executable with links resolved, or empty when unknown.
-std::string runningExecutablePath();
-
 }  // namespace quillon::wire

@@ -13,12 +13,13 @@
 #include <string>
 #include <string_view>
 
+#include "QuillonBase/LineBuffer.hpp"
 #include "QuillonKit/DoorFrame.hpp"
-#include "QuillonKit/LineBuffer.hpp"
 
 namespace {
 
 using namespace quillon::kit;
+using quillon::base::LineBuffer;
 
 [[noreturn]] void fail(const char* what, std::string_view detail) {
   std::fprintf(stderr, "door_frame_fuzz: %s: %.*s\n", what, static_cast<int>(detail.size() > 2000 ? 2000 : detail.size()),

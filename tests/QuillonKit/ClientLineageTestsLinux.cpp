@@ -7,14 +7,14 @@
 #include <fstream>
 
 #include "DoorTestSupport.hpp"
+#include "QuillonBase/Process.hpp"
 #include "QuillonKit/ClientLineage.hpp"
-#include "QuillonWire/ClientVersion.hpp"
 
 namespace quillon::kit {
 namespace {
 
 TEST(ClientLineageProbe, TheRunningExecutableIsUnremarkable) {
-  EXPECT_EQ(ClientLineage::probe(wire::runningExecutablePath()), std::nullopt);
+  EXPECT_EQ(ClientLineage::probe(base::executablePath()), std::nullopt);
   EXPECT_EQ(ClientLineage::probe(""), std::nullopt);
 }
 

@@ -2,10 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "QuillonKit/DoorFrame.hpp"
-#include "QuillonKit/LineBuffer.hpp"
 
 namespace quillon::kit {
 namespace {
@@ -55,41 +53,6 @@ TEST(DoorFrame, APayloadThatWouldBreakTheFramingIsNotSent) {
   EXPECT_EQ(DoorFrame::encode({.id = 1, .message = {.payload = "{\"a\":1}\n{\"b\":2}"}}), std::nullopt);
   EXPECT_EQ(DoorFrame::encode({.id = 1, .message = {.payload = "not json"}}), std::nullopt);
   EXPECT_EQ(DoorFrame::encode({.id = 1, .message = {.event = "{"}}), std::nullopt);
-}
-
-TEST(LineBuffer, LinesComeOutWholeHoweverTheBytesArrive) {
-  LineBuffer lines(16);
-  std::vector<std::string> seen;
-  for (const std::string_view piece : {"{\"a\"", ":1}\n\n{", "}\n{\"b", "", "\"\n", "tail"}) {
-    lines.append(piece);
-    while (const auto line = lines.next()) seen.emplace_back(*line);
-  }
-  EXPECT_EQ(seen, (std::vector<std::string>{"{\"a\":1}", "", "{}", "{\"b\""}));
-  EXPECT_EQ(lines.buffered(), 4u);  // "tail" waits for its line feed
-  lines.shrink();
-  lines.append("!\n");
-  EXPECT_EQ(lines.next(), "tail!");
-  EXPECT_EQ(lines.buffered(), 0u);
-  EXPECT_FALSE(lines.overlong());
-}
-
-TEST(LineBuffer, ALineOverTheLimitEndsTheConnectionBeforeItsLineFeedArrives) {
-  LineBuffer exact(4);
-  exact.append("abcd\nabcde\nnext\n");
-  EXPECT_EQ(exact.next(), "abcd");
-  EXPECT_EQ(exact.next(), std::nullopt);
-  EXPECT_TRUE(exact.overlong());
-  EXPECT_EQ(exact.next(), std::nullopt);  // "next" is never framed after a broken line
-
-  LineBuffer partial(4);
-  partial.append("ok\nabc");
-  EXPECT_EQ(partial.next(), "ok");
-  EXPECT_EQ(partial.next(), std::nullopt);
-  partial.append("de");
-  EXPECT_EQ(partial.next(), std::nullopt);
-  EXPECT_TRUE(partial.overlong());
-  partial.append(std::string(1000, 'x') + "\n");
-  EXPECT_LE(partial.buffered(), 5u);  // a peer that keeps sending cannot grow the buffer
 }
 
 }  // namespace

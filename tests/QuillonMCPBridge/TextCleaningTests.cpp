@@ -139,15 +139,6 @@ TEST(TextHelpers, DropControlsAndSingleLine) {
   EXPECT_EQ(singleLine("\xC2\xA0x  y\xE3\x80\x80"), "x y");  // Unicode blanks trimmed at the ends
 }
 
-TEST(TextHelpers, Grouped) {
-  EXPECT_EQ(grouped(0), "0");
-  EXPECT_EQ(grouped(999), "999");
-  EXPECT_EQ(grouped(16000), "16,000");
-  EXPECT_EQ(grouped(1234567), "1,234,567");
-  EXPECT_EQ(grouped(-1234), "-1,234");
-  EXPECT_EQ(grouped(INT64_MIN), "-9,223,372,036,854,775,808");
-}
-
 TEST(UnicodeText, LinesSplitAtEveryNewlineKeepingEmptyOnes) {
   const auto parts = unicode::lines("a\nb\x0B" "c\x0C" "d\re\r\nf\xC2\x85g\xE2\x80\xA8h\xE2\x80\xA9i\n\nj\n");
   const std::vector<std::string_view> expected = {"a", "b", "c", "d", "e", "f", "g", "h", "i", "", "j", ""};

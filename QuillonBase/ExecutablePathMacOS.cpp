@@ -2,14 +2,13 @@
 
 #include <climits>
 #include <cstdlib>
-#include <string>
 #include <vector>
 
-#include "QuillonWire/ClientVersion.hpp"
+#include "QuillonBase/Process.hpp"
 
-namespace quillon::wire {
+namespace quillon::base {
 
-std::string runningExecutablePath() {
+std::string executablePath() {
   uint32_t size = 0;
   _NSGetExecutablePath(nullptr, &size);
   std::vector<char> raw(size + 1, '\0');
@@ -19,4 +18,4 @@ std::string runningExecutablePath() {
   return std::string(resolved);
 }
 
-}  // namespace quillon::wire
+}  // namespace quillon::base

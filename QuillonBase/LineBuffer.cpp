@@ -1,8 +1,8 @@
-#include "QuillonKit/LineBuffer.hpp"
+#include "QuillonBase/LineBuffer.hpp"
 
 #include <cstring>
 
-namespace quillon::kit {
+namespace quillon::base {
 
 void LineBuffer::compact() {
   if (start_ == 0) return;
@@ -44,6 +44,23 @@ std::optional<std::string_view> LineBuffer::next() {
   return line;
 }
 
+LineBuffer::Dropped LineBuffer::dropOverlong() {
+  if (!overlong_) return {};
+  overlong_ = false;
+  // bytes_[start_, scanned_) holds no "\n": the search goes on from where next() stopped.
+  const auto* feed = static_cast<const char*>(std::memchr(bytes_.data() + scanned_, '\n', bytes_.size() - scanned_));
+  if (feed == nullptr) {
+    const Dropped dropped{.bytes = bytes_.size() - start_, .ended = false};
+    bytes_.clear();
+    start_ = scanned_ = 0;
+    return dropped;
+  }
+  const auto end = static_cast<std::size_t>(feed - bytes_.data());
+  const Dropped dropped{.bytes = end - start_, .ended = true};
+  start_ = scanned_ = end + 1;
+  return dropped;
+}
+
 void LineBuffer::shrink() {
   compact();
   // Keep a modest buffer: shrinking after every small line would only churn the allocator.
@@ -51,4 +68,4 @@ void LineBuffer::shrink() {
   if (bytes_.capacity() > kKeptBytes && bytes_.capacity() > 2 * bytes_.size()) bytes_.shrink_to_fit();
 }
 
-}  // namespace quillon::kit
+}  // namespace quillon::base

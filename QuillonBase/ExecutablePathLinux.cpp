@@ -1,17 +1,16 @@
 #include <unistd.h>
 
 #include <climits>
-#include <string>
 
-#include "QuillonWire/ClientVersion.hpp"
+#include "QuillonBase/Process.hpp"
 
-namespace quillon::wire {
+namespace quillon::base {
 
-std::string runningExecutablePath() {
+std::string executablePath() {
   char buffer[PATH_MAX];
   const ssize_t length = ::readlink("/proc/self/exe", buffer, sizeof buffer);
   if (length <= 0 || static_cast<std::size_t>(length) >= sizeof buffer) return {};
   return std::string(buffer, static_cast<std::size_t>(length));
 }
 
-}  // namespace quillon::wire
+}  // namespace quillon::base
