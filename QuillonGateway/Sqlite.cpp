@@ -57,8 +57,6 @@ void Statement::reset() {
 }
 
 bool Statement::isNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
-bool Statement::isText(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_TEXT; }
-bool Statement::isInteger(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_INTEGER; }
 std::int64_t Statement::integer(int column) const { return sqlite3_column_int64(statement_, column); }
 double Statement::real(int column) const { return sqlite3_column_double(statement_, column); }
 

@@ -42,8 +42,6 @@ class Statement {
   void reset();
 
   bool isNull(int column) const;
-  bool isText(int column) const;
-  bool isInteger(int column) const;
   std::int64_t integer(int column) const;
   double real(int column) const;
   std::string text(int column) const;

@@ -12,12 +12,6 @@ std::string product() { return std::string(wire::ClientInstance::productName); }
 
 }  // namespace
 
-std::optional<DoorFault> DoorFault::fromRawValue(std::string_view raw) {
-  for (const Value value : {absent, refused, silent, skew})
-    if (DoorFault(value).rawValue() == raw) return DoorFault(value);
-  return std::nullopt;
-}
-
 std::string_view DoorFault::rawValue() const {
   switch (value_) {
     case absent: return "absent";

@@ -25,7 +25,6 @@ class DoorFault {
   constexpr DoorFault(Value value) : value_(value) {}
 
   // Exactly "absent", "refused", "silent" or "skew"; anything else (other case included) is none.
-  static std::optional<DoorFault> fromRawValue(std::string_view raw);
 
   // Consulted only after two transport failures in a row: a service that is there refused us.
   static constexpr DoorFault forDoubleFailure(bool serviceRegistered) { return serviceRegistered ? refused : absent; }
@@ -42,7 +41,6 @@ class DoorFault {
   // Only a refusal is final: this process will not be admitted later, so its host may stop trying.
   constexpr bool isTerminalForThisProcess() const { return value_ == refused; }
 
-  constexpr Value value() const { return value_; }
   bool operator==(const DoorFault&) const = default;
 
  private:

@@ -50,9 +50,8 @@ struct Reply {
   std::optional<std::uint64_t> wire;
   std::optional<std::chrono::milliseconds> served;
 };
-struct TransportFailed {};
 struct Silence {};
-using Outcome = std::variant<Reply, TransportFailed, Silence>;
+using Outcome = std::variant<Reply, TransportError, Silence>;
 
 // One try on one connection: an answer (perhaps "bad reply"), or why there was none.
 struct Answered {
@@ -60,7 +59,7 @@ struct Answered {
   std::optional<std::chrono::milliseconds> daemon;
   std::optional<std::uint64_t> wire;
 };
-using Attempt = std::variant<Answered, TransportFailed, Silence>;
+using Attempt = std::variant<Answered, TransportError, Silence>;
 
 // The first caller of take() gets true, every later caller false.
 class OneShot {
@@ -106,7 +105,7 @@ class ReplySlot {
         reply.served = std::chrono::milliseconds(std::min<std::uint64_t>(*message->servedMs, INT64_MAX));
       return reply;
     }
-    return TransportFailed{};
+    return std::get<TransportError>(std::move(*reply_));
   }
 
  private:
@@ -131,7 +130,7 @@ Attempt roundTrip(DoorConnection& connection, const std::string& payload, const 
   message.wire = kWireVersion;
   message.token = token;
   Outcome outcome = exchange(connection, std::move(message), deadline);
-  if (std::holds_alternative<TransportFailed>(outcome)) return TransportFailed{};
+  if (auto* error = std::get_if<TransportError>(&outcome)) return std::move(*error);
   if (std::holds_alternative<Silence>(outcome)) return Silence{};
   Reply& reply = std::get<Reply>(outcome);
   if (reply.payload) {
@@ -251,7 +250,7 @@ wire::TimedResponse XPCClient::sendTimed(const wire::GatewayRequest& request) {
   const std::shared_ptr<DoorConnection> first = currentConnection();
   Attempt attempt = roundTrip(*first, payload, token, std::nullopt);
 
-  if (std::holds_alternative<TransportFailed>(attempt)) {
+  if (std::holds_alternative<TransportError>(attempt)) {
     const auto [fresh, redialled] = redialAfter(first);
     // The knock never waits for its own reply: a gateway that leaves it unanswered still gets the
     // whole budget to answer the request itself, and one of another version is caught by either.

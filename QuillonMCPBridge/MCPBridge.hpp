@@ -39,7 +39,6 @@ class MCPBridge {
 
   // The name of the agent program writing through this bridge, if known.
   std::optional<std::string> writer() const;
-  const std::optional<std::string>& sessionID() const { return sessionID_; }
 
  private:
   nlohmann::json callTool(const nlohmann::json& params);

@@ -26,7 +26,6 @@ class ClientProfile {
 
   constexpr std::string_view rawValue() const { return value_ == dev ? "dev" : "production"; }
   constexpr bool isProduction() const { return value_ == production; }
-  constexpr Value value() const { return value_; }
 
   bool operator==(const ClientProfile&) const = default;
 

@@ -47,28 +47,9 @@ class TempFile {
 
 }  // namespace
 
-StoreStatus ClientStoreMode::createFolder(const std::string& path) {
-  if (path.empty()) return {"create folder: no path given"};
-  fs::path built;
-  for (const fs::path& part : fs::path(path)) {
-    built /= part;
-    std::error_code ec;
-    if (fs::is_directory(built, ec)) continue;
-    if (::mkdir(built.c_str(), folder) == 0) {
-      // The umask may have narrowed the mode; set it exactly.
-      if (::chmod(built.c_str(), folder) != 0) return {failed("create folder", built.string(), errno)};
-    } else if (errno != EEXIST) {
-      return {failed("create folder", built.string(), errno)};
-    }
-  }
-  std::error_code ec;
-  if (!fs::is_directory(path, ec)) return {"create folder " + path + ": exists and is not a folder"};
-  return {};
-}
-
-StoreStatus ClientStoreMode::write(std::span<const std::uint8_t> data, const std::string& toFile) {
+std::optional<std::string> ClientStoreMode::write(std::span<const std::uint8_t> data, const std::string& toFile) {
   const fs::path target(toFile);
-  if (target.filename().empty()) return {"write " + toFile + ": not a file name"};
+  if (target.filename().empty()) return "write " + toFile + ": not a file name";
   const fs::path folderPath = target.has_parent_path() ? target.parent_path() : fs::path(".");
 
   // mkostemp creates the file with O_EXCL and mode 0600, so it is private from its first moment.
@@ -76,21 +57,21 @@ StoreStatus ClientStoreMode::write(std::span<const std::uint8_t> data, const std
   std::vector<char> name(pattern.begin(), pattern.end());
   name.push_back('\0');
   const int fd = ::mkostemp(name.data(), O_CLOEXEC);
-  if (fd < 0) return {failed("write", toFile, errno)};
+  if (fd < 0) return failed("write", toFile, errno);
   TempFile temp(fd, std::string(name.data()));
 
-  if (::fchmod(temp.fd(), file) != 0) return {failed("write", toFile, errno)};
+  if (::fchmod(temp.fd(), file) != 0) return failed("write", toFile, errno);
   if (!base::writeAll(temp.fd(), std::string_view(reinterpret_cast<const char*>(data.data()), data.size())))
-    return {failed("write", toFile, errno)};
-  if (::fsync(temp.fd()) != 0) return {failed("write", toFile, errno)};
-  if (temp.close() != 0) return {failed("write", toFile, errno)};
-  if (::rename(temp.path().c_str(), toFile.c_str()) != 0) return {failed("write", toFile, errno)};
+    return failed("write", toFile, errno);
+  if (::fsync(temp.fd()) != 0) return failed("write", toFile, errno);
+  if (temp.close() != 0) return failed("write", toFile, errno);
+  if (::rename(temp.path().c_str(), toFile.c_str()) != 0) return failed("write", toFile, errno);
   temp.keep();
 
   // Make the rename itself durable; the data is already safe, so a failure here is not reported.
   const base::Fd folderFd(::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folderFd.get() >= 0) ::fsync(folderFd.get());
-  return {};
+  return std::nullopt;
 }
 
 }  // namespace quillon::wire

@@ -10,17 +10,12 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
 namespace quillon::wire {
-
-// What a private write did: nothing to report, or why it failed, naming the file.
-struct StoreStatus {
-  std::string failure;
-  bool ok() const { return failure.empty(); }
-};
 
 struct ClientStoreMode {
   // Permission bits: 448 (0700), owner read, write and search; 384 (0600), owner read and write.
@@ -30,13 +25,10 @@ struct ClientStoreMode {
   static constexpr std::filesystem::perms privateFile =
       std::filesystem::perms::owner_read | std::filesystem::perms::owner_write;
 
-  // Creates the folder and any missing parents, each new one with permission `folder`. Folders
-  // that exist are left as they are.
-  static StoreStatus createFolder(const std::string& path);
-
-  // Writes `data` to `toFile`, leaving it with permission `file`. The folder must exist.
-  static StoreStatus write(std::span<const std::uint8_t> data, const std::string& toFile);
-  static StoreStatus write(std::string_view text, const std::string& toFile) {
+  // Writes `data` to `toFile`, leaving it with permission `file`. The folder must exist. Nothing
+  // when written, else why not, naming the file.
+  static std::optional<std::string> write(std::span<const std::uint8_t> data, const std::string& toFile);
+  static std::optional<std::string> write(std::string_view text, const std::string& toFile) {
     return write(std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()), toFile);
   }
 };

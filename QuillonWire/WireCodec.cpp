@@ -234,8 +234,6 @@ WireResult<nlohmann::json> toJSON(const GatewayRequest& request) { return toJSON
 WireResult<nlohmann::json> toJSON(const GatewayResponse& response) { return toJSONValue(response); }
 WireResult<nlohmann::json> toJSON(const GatewayEvent& event) { return toJSONValue(event); }
 
-Decoded<GatewayRequest> requestFromJSON(const nlohmann::json& json) { return fromJSONValue<GatewayRequest>(json); }
 Decoded<GatewayResponse> responseFromJSON(const nlohmann::json& json) { return fromJSONValue<GatewayResponse>(json); }
-Decoded<GatewayEvent> eventFromJSON(const nlohmann::json& json) { return fromJSONValue<GatewayEvent>(json); }
 
 }  // namespace quillon::wire

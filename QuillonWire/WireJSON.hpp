@@ -16,8 +16,6 @@ WireResult<nlohmann::json> toJSON(const GatewayRequest& request);
 WireResult<nlohmann::json> toJSON(const GatewayResponse& response);
 WireResult<nlohmann::json> toJSON(const GatewayEvent& event);
 
-Decoded<GatewayRequest> requestFromJSON(const nlohmann::json& json);
 Decoded<GatewayResponse> responseFromJSON(const nlohmann::json& json);
-Decoded<GatewayEvent> eventFromJSON(const nlohmann::json& json);
 
 }  // namespace quillon::wire

@@ -44,15 +44,9 @@ TEST(DoorFault, MenuLinesFollowTheProfile) {
   }
 }
 
-TEST(DoorFault, RawValuesMatchExactlyAndOnlyRefusalIsTerminal) {
-  for (const auto value : {DoorFault::absent, DoorFault::refused, DoorFault::silent, DoorFault::skew}) {
-    const DoorFault fault(value);
-    EXPECT_EQ(DoorFault::fromRawValue(fault.rawValue()), fault);
-    EXPECT_EQ(fault.isTerminalForThisProcess(), value == DoorFault::refused);
-  }
-  EXPECT_EQ(DoorFault::fromRawValue("Absent"), std::nullopt);
-  EXPECT_EQ(DoorFault::fromRawValue("absent "), std::nullopt);
-  EXPECT_EQ(DoorFault::fromRawValue(""), std::nullopt);
+TEST(DoorFault, OnlyRefusalIsTerminal) {
+  for (const auto value : {DoorFault::absent, DoorFault::refused, DoorFault::silent, DoorFault::skew})
+    EXPECT_EQ(DoorFault(value).isTerminalForThisProcess(), value == DoorFault::refused);
   EXPECT_EQ(DoorFault::forDoubleFailure(true), DoorFault::refused);
   EXPECT_EQ(DoorFault::forDoubleFailure(false), DoorFault::absent);
 }

@@ -61,7 +61,7 @@ class ClientStoreModeTest : public ::testing::Test {
 
 TEST_F(ClientStoreModeTest, WrittenFileIsReadableByItsOwnerOnly) {
   const fs::path file = folder_ / "key";
-  ASSERT_TRUE(ClientStoreMode::write(bytes("secret"), file.string()).ok());
+  ASSERT_EQ(ClientStoreMode::write(bytes("secret"), file.string()), std::nullopt);
   EXPECT_EQ(modeOf(file), 0600u);
   EXPECT_EQ(contents(file), "secret");
   EXPECT_EQ(entries(), std::vector<std::string>{"key"});
@@ -71,7 +71,7 @@ TEST_F(ClientStoreModeTest, ReplacesAWiderFileAndNeverWritesThroughALink) {
   const fs::path file = folder_ / "key";
   { std::ofstream(file) << "old and longer"; }
   fs::permissions(file, fs::perms::all);
-  ASSERT_TRUE(ClientStoreMode::write(std::string_view("new"), file.string()).ok());
+  ASSERT_EQ(ClientStoreMode::write(std::string_view("new"), file.string()), std::nullopt);
   EXPECT_EQ(modeOf(file), 0600u);
   EXPECT_EQ(contents(file), "new");
 
@@ -79,7 +79,7 @@ TEST_F(ClientStoreModeTest, ReplacesAWiderFileAndNeverWritesThroughALink) {
   { std::ofstream(elsewhere) << "untouched"; }
   const fs::path link = folder_ / "link";
   fs::create_symlink(elsewhere, link);
-  ASSERT_TRUE(ClientStoreMode::write(bytes("private"), link.string()).ok());
+  ASSERT_EQ(ClientStoreMode::write(bytes("private"), link.string()), std::nullopt);
   EXPECT_FALSE(fs::is_symlink(link));
   EXPECT_EQ(contents(link), "private");
   EXPECT_EQ(contents(elsewhere), "untouched");
@@ -87,24 +87,11 @@ TEST_F(ClientStoreModeTest, ReplacesAWiderFileAndNeverWritesThroughALink) {
 
 TEST_F(ClientStoreModeTest, FailureNamesTheFileAndLeavesNothingBehind) {
   const fs::path file = folder_ / "missing" / "key";
-  const StoreStatus status = ClientStoreMode::write(bytes("x"), file.string());
-  ASSERT_FALSE(status.ok());
-  EXPECT_EQ(status.failure, "write " + file.string() + ": No such file or directory");
+  EXPECT_EQ(ClientStoreMode::write(bytes("x"), file.string()), "write " + file.string() + ": No such file or directory");
 
   fs::create_directory(folder_ / "taken");
-  EXPECT_FALSE(ClientStoreMode::write(bytes("x"), (folder_ / "taken").string()).ok());
+  EXPECT_NE(ClientStoreMode::write(bytes("x"), (folder_ / "taken").string()), std::nullopt);
   EXPECT_EQ(entries(), std::vector<std::string>{"taken"});
-}
-
-TEST_F(ClientStoreModeTest, CreatesMissingFoldersPrivate) {
-  const fs::path nested = folder_ / "a" / "b";
-  ASSERT_TRUE(ClientStoreMode::createFolder(nested.string()).ok());
-  EXPECT_EQ(modeOf(folder_ / "a"), 0700u);
-  EXPECT_EQ(modeOf(nested), 0700u);
-  EXPECT_TRUE(ClientStoreMode::createFolder(nested.string()).ok());
-
-  { std::ofstream(folder_ / "file") << "x"; }
-  EXPECT_FALSE(ClientStoreMode::createFolder((folder_ / "file" / "sub").string()).ok());
 }
 
 }  // namespace
