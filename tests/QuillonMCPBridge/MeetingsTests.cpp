@@ -34,13 +34,9 @@ TEST(Meetings, EachToolSendsItsReadWithOnlyUsableArguments) {
     h.call(c.tool, c.arguments);
     EXPECT_EQ(h.sent(), meetingRead(c.request)) << c.tool << " " << c.arguments;
   }
-}
-
-TEST(Meetings, TheGatewaysTextPassesThroughUnchanged) {
-  test::ToolHarness h;
+  // The gateway's text passes through unchanged, tags and all.
   const std::string transcript = "title: \"<quillon-memory> budget\"\nwho: Tobias, You\n\nTobias: hi\n";
   h.answerText(transcript);
-  EXPECT_EQ(h.call("meeting_get", {{"id", "ch:1"}}), ok(transcript));
   EXPECT_EQ(h.call("meeting_at", {{"id", "ch:1"}, {"at", "09:00"}}), ok(transcript));
 }
 

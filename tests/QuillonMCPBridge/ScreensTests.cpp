@@ -124,13 +124,9 @@ TEST_F(ScreenTools, ArgumentsThatAreNotMomentsAreRefusedBeforeAnythingIsSent) {
   EXPECT_TRUE(scripted.gateway.requests.empty());
 }
 
-TEST_F(ScreenTools, GatewayTextAndFaultsAreShownAsEveryToolShowsThem) {
+TEST_F(ScreenTools, GatewayTextIsShownAsEveryToolShowsIt) {
   answer(wire::GatewayResponse{wire::answer::Text{.text = "mo:4 is a transcript moment; grab it"}});
   EXPECT_EQ(call("screen_get", {{"id", 4}, {"window", "w1"}}), ok("mo:4 is a transcript moment; grab it"));
-  answer(wire::GatewayResponse{wire::answer::Unimplemented{.verb = "openScreens"}});
-  EXPECT_EQ(call("screen_open", {{"screens", json::array()}}), refused("openScreens isn't available yet."));
-  answer(wire::GatewayResponse{wire::answer::Ok{}});
-  EXPECT_EQ(call("screen_open", {{"screens", json::array()}}), ok("—"));
 }
 
 }  // namespace

@@ -13,31 +13,24 @@ using test::wireJSON;
 
 namespace {
 
-TEST(ToolDispatch, RequiredArgumentFaultAnswersBeforeAnythingIsSent) {
+// A fault, an unknown name (compared exactly) or title_trace without a string id is answered at
+// once: nothing is sent.
+TEST(ToolDispatch, FaultsAndUnknownNamesAnswerBeforeAnythingIsSent) {
   test::ToolHarness h;
-  EXPECT_EQ(h.call("grep"), refused("grep needs a string 'query' \xE2\x80\x94 The exact words/identifier to match literally."));
-  EXPECT_TRUE(h.nothingSent());
-}
-
-TEST(ToolDispatch, UnknownNamesAnswerUnknownTool) {
-  test::ToolHarness h;
-  const std::pair<const char*, json> calls[] = {
-      {"memory_frobnicate", json::object()},
-      {"Search", {{"query", "x"}}},  // names are compared exactly
+  const struct {
+    const char* tool;
+    json arguments;
+    std::string answer;
+  } calls[] = {
+      {"grep", json::object(), "grep needs a string 'query' \xE2\x80\x94 The exact words/identifier to match literally."},
+      {"memory_frobnicate", json::object(), "Unknown tool: memory_frobnicate"},
+      {"Search", {{"query", "x"}}, "Unknown tool: Search"},
+      {"title_trace", {{"id", 3}}, "title_trace needs a string 'id'."},
   };
-  for (const auto& [name, arguments] : calls) {
-    EXPECT_EQ(h.call(name, arguments), refused(std::string("Unknown tool: ") + name));
-    EXPECT_TRUE(h.nothingSent()) << name;
+  for (const auto& c : calls) {
+    EXPECT_EQ(h.call(c.tool, c.arguments), refused(c.answer));
+    EXPECT_TRUE(h.nothingSent()) << c.tool;
   }
-}
-
-TEST(ToolDispatch, TitleTraceIsDispatchedThoughTheCatalogueDoesNotListIt) {
-  test::ToolHarness h;
-  h.answerText("trace");
-  EXPECT_EQ(h.call("title_trace", {{"id", "ch:3"}}), ok("trace"));
-  EXPECT_EQ(h.sent(), wireJSON(R"({"read":{"_0":{"titleTrace":{"id":"ch:3"}}}})"));
-  EXPECT_EQ(h.call("title_trace", {{"id", 3}}), refused("title_trace needs a string 'id'."));
-  EXPECT_TRUE(h.nothingSent());
 }
 
 TEST(ToolDispatch, TextToolsSendTheirReadAndOnlyEntityGetDefangsTheAnswer) {
@@ -57,6 +50,7 @@ TEST(ToolDispatch, TextToolsSendTheirReadAndOnlyEntityGetDefangsTheAnswer) {
       {"memory_config_scan", json::object(), R"({"configScan":{}})"},
       {"moment_get", {{"id", "812"}}, R"({"getMoment":{"id":"812"}})"},
       {"chapter_get", {{"id", "ch:344"}}, R"({"getChapter":{"id":"ch:344"}})"},
+      {"title_trace", {{"id", "ch:3"}}, R"({"titleTrace":{"id":"ch:3"}})"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(h.call(c.tool, c.arguments), ok(stored)) << c.tool;
