@@ -94,6 +94,16 @@ class DoorSocket {
   std::string buffer_;
 };
 
+// The cheapest line a gateway answers: a knock, answered with the wire version.
+std::string knock(int id) { return R"({"id":)" + std::to_string(id) + R"(,"wire":1})" "\n"; }
+
+// The message of a reply line's failure; "" for any other line.
+std::string failureOf(const std::string& line) {
+  const json reply = json::parse(line, nullptr, false);
+  if (!reply.is_object() || !reply.contains("payload") || !reply["payload"].contains("failure")) return "";
+  return reply["payload"]["failure"].value("message", "");
+}
+
 class GatewayProcess : public ::testing::Test {
  protected:
   GatewayProcess() {
@@ -160,6 +170,19 @@ class GatewayProcess : public ::testing::Test {
     EXPECT_FALSE(exists(socket));
   }
 
+  // The bridge closed, then the gateway stopped as `stop` checks.
+  void finish(ChildProcess& gateway) {
+    bridge.reset();
+    stop(gateway, socket);
+  }
+
+  // `count` fresh connections, each knocking once.
+  std::vector<std::unique_ptr<DoorSocket>> knockMany(int count) const {
+    std::vector<std::unique_ptr<DoorSocket>> doors;
+    for (int i = 0; i < count; ++i) { doors.push_back(std::make_unique<DoorSocket>(socket)); doors.back()->send(knock(i)); }
+    return doors;
+  }
+
   TempFolder temp;
   const std::string runtime = temp.path() + "/run";
   const std::string service = freshServiceName();
@@ -189,8 +212,7 @@ TEST_F(GatewayProcess, AMemoryLivesAndDiesThroughTheBridge) {
   EXPECT_EQ(call("scope_list_all", json::object()), "/code/quillon — 0 rules · 1 note");
   EXPECT_EQ(call("memory_delete", {{"id", "m:1"}}), "Deleted.");
   EXPECT_EQ(call("grab", {{"id", "m:1"}}), "No such thing.");
-  bridge.reset();
-  stop(*gateway, socket);
+  finish(*gateway);
 }
 
 TEST_F(GatewayProcess, SessionScopeNamesAndModsThroughTheBridge) {
@@ -215,8 +237,7 @@ TEST_F(GatewayProcess, SessionScopeNamesAndModsThroughTheBridge) {
   EXPECT_EQ(call("day_get", json::object()), "ERROR: getDay isn't available yet.");
   EXPECT_EQ(call("meeting_list", json::object()), "ERROR: meetingList isn't available yet.");
   other.reset();
-  bridge.reset();
-  stop(*gateway, socket);
+  finish(*gateway);
 }
 
 TEST_F(GatewayProcess, RecallThroughTheBridge) {
@@ -261,11 +282,10 @@ TEST_F(GatewayProcess, RecallThroughTheBridge) {
   EXPECT_NE(door.find("\nQuillon. This scope: /.\n"), std::string::npos) << door;
   EXPECT_NE(door.find("\nYOUR SHORTCUTS   \\standup\n"), std::string::npos) << door;
   EXPECT_NE(door.find("\nMemories 15 • v"), std::string::npos) << door;
-  bridge.reset();
-  stop(*gateway, socket);
+  finish(*gateway);
 }
 
-TEST_F(GatewayProcess, TheDoorAnswersKnocksAndMalformedRequestsAndSkipsNoise) {
+TEST_F(GatewayProcess, TheDoorAnswersKnocksRefusesMalformedCostlyAndLongLinesAloneAndSkipsNoise) {
   auto gateway = startGateway();
   DoorSocket door(socket);
   ASSERT_TRUE(door.connected());
@@ -279,7 +299,25 @@ TEST_F(GatewayProcess, TheDoorAnswersKnocksAndMalformedRequestsAndSkipsNoise) {
   EXPECT_EQ(json::parse(door.readLine()), json::parse(R"({"id":8,"wire":1})"));
   door.send(R"({"id":9,"wire":1,"payload":{"control":{"_0":{"shutdown":{}}}}})" "\n");
   EXPECT_EQ(json::parse(door.readLine())["payload"], json::parse(R"({"unimplemented":{"verb":"shutdown"}})"));
-  stop(*gateway, socket);
+  // A line too costly or too long is refused alone.
+  std::string arrays = "[]";
+  for (int i = 0; i < 150'000; ++i) arrays += ",[]";
+  door.send(R"({"id":4,"wire":1,"payload":[)" + arrays + "]}\n");
+  EXPECT_EQ(failureOf(door.readLine()),
+            "The request holds more than 100,000 JSON values, more than the Quillon gateway reads in one request; "
+            "nothing was changed.");
+  // Without an id there is no one to tell; the connection serves on.
+  door.send(R"({"wire":1,"payload":[)" + arrays + "]}\n");
+  door.send(knock(5));
+  EXPECT_EQ(json::parse(door.readLine()), json::parse(R"({"id":5,"wire":1})"));
+  // Past 16 MiB the request is answered from the line's start, the rest passed over, and the
+  // lines after it served: a bridge must hear why, never redial to send it again.
+  door.send(R"({"id":6,"wire":1,"payload":")" + std::string(std::size_t{17} << 20, 'x') + "\"}\n" + knock(7));
+  EXPECT_EQ(failureOf(door.readLine()),
+            "The request is over 16 MiB, more than the Quillon gateway reads in one request; nothing was changed. A "
+            "memory's text holds at most 1 MiB.");
+  EXPECT_EQ(json::parse(door.readLine()), json::parse(R"({"id":7,"wire":1})"));
+  finish(*gateway);
 }
 
 TEST_F(GatewayProcess, StartUpRefusesALiveGatewayAndReplacesAStaleSocket) {
@@ -307,8 +345,7 @@ TEST_F(GatewayProcess, StartUpRefusesALiveGatewayAndReplacesAStaleSocket) {
   EXPECT_EQ(modeOf(temp.path() + "/data/quillon"), 0700u);
   EXPECT_EQ(modeOf(store), 0600u);
   EXPECT_EQ(modeOf(temp.path() + "/data/quillon/gateway.log"), 0600u);
-  bridge.reset();
-  stop(*gateway, socket);
+  finish(*gateway);
 }
 
 TEST_F(GatewayProcess, APeerOfAnotherUserIsClosedUnanswered) {
@@ -330,8 +367,7 @@ TEST_F(GatewayProcess, APeerOfAnotherUserIsClosedUnanswered) {
   ::waitpid(child, &status, 0);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
   EXPECT_EQ(call("self_names", json::object()).substr(0, 12), "No names yet");
-  bridge.reset();
-  stop(*gateway, socket);
+  finish(*gateway);
 }
 
 TEST_F(GatewayProcess, RestartsInBurstsOfChangesServeEveryChangeOnce) {
@@ -413,7 +449,7 @@ TEST_F(GatewayProcess, RestartsInBurstsOfChangesServeEveryChangeOnce) {
   EXPECT_GT(total, 30u);
   RecordProperty("calls", static_cast<int>(total));
   bridges.clear();
-  stop(*gateway, socket);
+  finish(*gateway);
 }
 
 TEST_F(GatewayProcess, ABridgeWhoseAgentCleanedTheEnvironmentFindsAGatewayOfTheLoginSession) {
@@ -493,16 +529,6 @@ TEST_F(GatewayProcess, UnderSystemdItLogsToTheJournalAndVerboseAddsALinePerReque
   EXPECT_FALSE(exists(temp.path() + "/data/quillon/gateway.log"));
 }
 
-// The cheapest line a gateway answers: a knock, answered with the wire version.
-std::string knock(int id) { return R"({"id":)" + std::to_string(id) + R"(,"wire":1})" "\n"; }
-
-// The message of a reply line's failure; "" for any other line.
-std::string failureOf(const std::string& line) {
-  const json reply = json::parse(line, nullptr, false);
-  if (!reply.is_object() || !reply.contains("payload") || !reply["payload"].contains("failure")) return "";
-  return reply["payload"]["failure"].value("message", "");
-}
-
 // Sets only the soft limit of `resource` for the process `pid`; gives the old limit.
 rlimit limitSoftly(pid_t pid, __rlimit_resource resource, rlim_t soft) {
   rlimit old{};
@@ -525,11 +551,7 @@ TEST_F(GatewayProcess, OutOfThreadsTheNewPeersAreToldAndTheGatewayServesOn) {
   status >> kilobytes;
   ASSERT_GT(kilobytes, 0u);
   const rlimit old = limitSoftly(gateway->pid(), RLIMIT_AS, (kilobytes << 10) + (4 << 20));
-  std::vector<std::unique_ptr<DoorSocket>> doors;
-  for (int i = 0; i < 12; ++i) {
-    doors.push_back(std::make_unique<DoorSocket>(socket));
-    doors.back()->send(knock(i));
-  }
+  auto doors = knockMany(12);
   int told = 0;
   for (int i = 0; i < 12; ++i) {
     // A thread ended earlier leaves its stack for reuse: the first few peers may still be served,
@@ -551,8 +573,7 @@ TEST_F(GatewayProcess, OutOfThreadsTheNewPeersAreToldAndTheGatewayServesOn) {
   ::prlimit(gateway->pid(), RLIMIT_AS, &old, nullptr);
   doors.clear();
   EXPECT_EQ(call("self_names", json::object()).substr(0, 12), "No names yet");
-  bridge.reset();
-  stop(*gateway, socket);
+  finish(*gateway);
 }
 
 TEST_F(GatewayProcess, OutOfDescriptorsEveryNewPeerIsAnsweredOrClosed) {
@@ -565,11 +586,7 @@ TEST_F(GatewayProcess, OutOfDescriptorsEveryNewPeerIsAnsweredOrClosed) {
   const std::string descriptors = "/proc/" + std::to_string(gateway->pid()) + "/fd";
   const auto open = std::distance(std::filesystem::directory_iterator(descriptors), {});
   const rlimit old = limitSoftly(gateway->pid(), RLIMIT_NOFILE, static_cast<rlim_t>(open) + 4);
-  std::vector<std::unique_ptr<DoorSocket>> doors;
-  for (int i = 0; i < 30; ++i) {
-    doors.push_back(std::make_unique<DoorSocket>(socket));
-    doors.back()->send(knock(i));
-  }
+  auto doors = knockMany(30);
   int answered = 0, closed = 0;
   for (auto& door : doors) {
     if (!door->readLine(5s).empty()) {
@@ -584,8 +601,7 @@ TEST_F(GatewayProcess, OutOfDescriptorsEveryNewPeerIsAnsweredOrClosed) {
   doors.clear();
   ::prlimit(gateway->pid(), RLIMIT_NOFILE, &old, nullptr);
   EXPECT_EQ(call("self_names", json::object()).substr(0, 12), "No names yet");
-  bridge.reset();
-  stop(*gateway, socket);
+  finish(*gateway);
 }
 
 TEST_F(GatewayProcess, AFullGatewaySaysItIsBusyAndSilentConnectionsMakeRoom) {
@@ -602,32 +618,9 @@ TEST_F(GatewayProcess, AFullGatewaySaysItIsBusyAndSilentConnectionsMakeRoom) {
   EXPECT_TRUE(silent.back()->closed());
   EXPECT_EQ(call("self_names", json::object()).substr(0, 12), "No names yet");
   silent.clear();
-  bridge.reset();
-  stop(*gateway, socket);
+  finish(*gateway);
 }
 
-TEST_F(GatewayProcess, ALineTooCostlyOrTooLongIsRefusedAlone) {
-  auto gateway = startGateway();
-  DoorSocket door(socket);
-  std::string arrays = "[]";
-  for (int i = 0; i < 150'000; ++i) arrays += ",[]";
-  door.send(R"({"id":4,"wire":1,"payload":[)" + arrays + "]}\n");
-  EXPECT_EQ(failureOf(door.readLine()),
-            "The request holds more than 100,000 JSON values, more than the Quillon gateway reads in one request; "
-            "nothing was changed.");
-  // Without an id there is no one to tell; the connection serves on.
-  door.send(R"({"wire":1,"payload":[)" + arrays + "]}\n");
-  door.send(knock(5));
-  EXPECT_EQ(json::parse(door.readLine()), json::parse(R"({"id":5,"wire":1})"));
-  // Past 16 MiB the request is answered from the line's start, the rest passed over, and the
-  // lines after it served: a bridge must hear why, never redial to send it again.
-  door.send(R"({"id":6,"wire":1,"payload":")" + std::string(std::size_t{17} << 20, 'x') + "\"}\n" + knock(7));
-  EXPECT_EQ(failureOf(door.readLine()),
-            "The request is over 16 MiB, more than the Quillon gateway reads in one request; nothing was changed. A "
-            "memory's text holds at most 1 MiB.");
-  EXPECT_EQ(json::parse(door.readLine()), json::parse(R"({"id":7,"wire":1})"));
-  stop(*gateway, socket);
-}
 
 TEST_F(GatewayProcess, AFullDiskFailsEveryWriteAndIsNamedAtStart) {
   const std::string data = temp.path() + "/data";
@@ -658,8 +651,7 @@ TEST_F(GatewayProcess, AFullDiskFailsEveryWriteAndIsNamedAtStart) {
       {"mod_install", {{"name", "tasks"}}},
   };
   for (const auto& [tool, arguments] : writes) EXPECT_EQ(call(tool, arguments).substr(0, 7), "ERROR: ") << tool;
-  bridge.reset();
-  stop(*gateway, socket);
+  finish(*gateway);
 
   // The last connection to close takes the WAL and its index with it: opening again needs room.
   std::filesystem::remove(data + "/filler");

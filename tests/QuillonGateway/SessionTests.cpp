@@ -85,9 +85,8 @@ TEST_F(SessionTest, OtherSessionsOfTheScopeAreOfferedMostRecentFirst) {
   // A caller never seen is offered from the root; no session at all, or a word that is no id, gets no offer.
   EXPECT_EQ(offer("never-seen")["sessions"]["_0"]["rows"][1]["id"], "t1");
   EXPECT_EQ(offer("never-seen")["sessions"]["_0"]["scope"], "/");
-  EXPECT_EQ(offer(nullptr), json::parse(R"({"sessions":{}})"));
-  EXPECT_EQ(offer("main"), json::parse(R"({"sessions":{}})"));
-  EXPECT_EQ(offer("has space"), json::parse(R"({"sessions":{}})"));
+  for (const json& none : {json(nullptr), json("main"), json("has space")})
+    EXPECT_EQ(offer(none), json::parse(R"({"sessions":{}})")) << none;
   prompt("other", "Over in atlas", 0, {{"cwd", "/home/mq/atlas/x"}});
   EXPECT_EQ(offer("other"), offered("/code/atlas", {row("t1", "Another project", "today 11:00", nullptr, 1)}));
 

@@ -19,12 +19,10 @@ TEST(MCPGatewayName, TheSuiteGatewayUnlessATestServiceIsNamed) {
 }
 
 TEST(MCPGatewayName, AnythingButATestServiceIsIgnored) {
-  EXPECT_EQ(resolved("example.fernhollow.quillon.test."), "example.fernhollow.quillon.gateway");
-  EXPECT_EQ(resolved("  example.fernhollow.quillon.test.  "), "example.fernhollow.quillon.gateway");
-  EXPECT_EQ(resolved("example.fernhollow.quillon.dev.gateway"), "example.fernhollow.quillon.gateway");
-  EXPECT_EQ(resolved("x.example.fernhollow.quillon.test.y"), "example.fernhollow.quillon.gateway");
-  EXPECT_EQ(resolved("EXAMPLE.fernhollow.quillon.test.y"), "example.fernhollow.quillon.gateway");
-  EXPECT_EQ(resolved(""), "example.fernhollow.quillon.gateway");
+  for (const char* name : {"example.fernhollow.quillon.test.", "  example.fernhollow.quillon.test.  ",
+                           "example.fernhollow.quillon.dev.gateway", "x.example.fernhollow.quillon.test.y",
+                           "EXAMPLE.fernhollow.quillon.test.y", ""})
+    EXPECT_EQ(resolved(name), "example.fernhollow.quillon.gateway") << name;
 }
 
 }  // namespace

@@ -246,9 +246,6 @@ void TestGateway::act(const std::shared_ptr<Peer>& peer, const Received& message
     });
   } else if (std::holds_alternative<CloseConnection>(action)) {
     ::shutdown(peer->fd, SHUT_RDWR);
-  } else if (std::holds_alternative<Hold>(action)) {
-    std::lock_guard guard(lock_);
-    held_.push_back(Held{peer, message});
   } else if (const auto* raw = std::get_if<RawLine>(&action)) {
     write(*peer, raw->bytes);
   }
