@@ -126,10 +126,10 @@ TEST_F(AgentInventoryTest, SettingsThatCannotBeReadAreSaidSoAndNothingInstalledI
             "\nNo AI tool found: none of their programs is on PATH and none of their folders exists.");
 
   fs::create_directories(at(".claude/projects"));
-  ::mkfifo(at(".claude.json").c_str(), 0600);
+  ASSERT_EQ(::mkfifo(at(".claude.json").c_str(), 0600), 0);
   put(".claude/settings.json", "");
-  ::truncate(at(".claude/settings.json").c_str(), 9 << 20);
-  ::symlink("CLAUDE.md", at(".claude/CLAUDE.md").c_str());
+  ASSERT_EQ(::truncate(at(".claude/settings.json").c_str(), 9 << 20), 0);
+  ASSERT_EQ(::symlink("CLAUDE.md", at(".claude/CLAUDE.md").c_str()), 0);
   put(".codex/config.toml", "[mcp_servers.quillon\ncommand = 1\n");
   put(".config/opencode/opencode.json",
       "{\n  // ours, switched off\n  \"mcp\": {\"q\": {\"command\": [\"/q/quillon-mcp\"], \"enabled\": false}}\n}");

@@ -12,6 +12,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <sstream>
 #include <thread>
 
@@ -101,9 +102,12 @@ TEST_F(StoreToolsTest, AnExportComesBackWholeWithItsIdsRenumberedAndOnlyOnce) {
   EXPECT_EQ(run({"export", file}).err, "quillon-gateway: export: " + file + " already exists; pass --force to replace it\n");
 
   EXPECT_EQ(run({"import", file}, "fresh").out, "Imported 2 memories, 1 folder mapping, 2 names from " + file + ".\n");
-  const Ran again = run({"import", file}, "fresh");
+  std::ifstream exported(file);  // the second time through standard input, as `import -` reads it
+  auto* const input = std::cin.rdbuf(exported.rdbuf());
+  const Ran again = run({"import", "-"}, "fresh");
+  std::cin.rdbuf(input);
   EXPECT_EQ(again.out, "Imported 0 memories (2 already there), 0 folder mappings (1 already there), 0 names (2 already "
-                       "there) from " + file + ".\n");
+                       "there) from standard input.\n");
   MemoryStore fresh(storeOf("fresh"));
   const auto ticket = fresh.find(1);
   ASSERT_TRUE(ticket);
