@@ -201,6 +201,16 @@ TEST_F(StoreToolsTest, BackupAndStatusWhileTheGatewayServesWrites) {
   EXPECT_EQ(run({"backup", copy}).err, "quillon-gateway: backup: " + copy + " already exists; pass --force to replace it\n");
   EXPECT_EQ(run({"backup", copy, "--force"}).code, 0);
 
+  ::kill(gateway.pid(), SIGSTOP);  // stuck: it holds its lock and its socket takes the knock unanswered
+  const Ran stuck = run({"status"});
+  ::kill(gateway.pid(), SIGCONT);
+  EXPECT_EQ(stuck.code, 1);
+  EXPECT_EQ(stuck.out.substr(0, stuck.out.find(", up ")),
+            "quillon-gateway holds the door but does not answer: pid " + std::to_string(gateway.pid()) + ", version " +
+                wire::ClientVersion::current());
+  EXPECT_NE(stuck.out.find("socket  ~/run/quillon/" + service + " (no answer to the knock within 2 s)\n"),
+            std::string::npos);
+
   ::kill(gateway.pid(), SIGTERM);
   gateway.wait();
   const Ran stopped = run({"status"});
