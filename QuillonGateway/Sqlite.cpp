@@ -10,10 +10,16 @@ namespace quillon::gateway {
 namespace {
 
 [[noreturn]] void fail(sqlite3* database, std::string_view what) {
-  throw SqlError(std::string(what) + ": " + (database != nullptr ? sqlite3_errmsg(database) : "out of memory"));
+  if (database == nullptr) throw SqlError(std::string(what) + ": out of memory", SQLITE_NOMEM);
+  throw SqlError(std::string(what) + ": " + sqlite3_errmsg(database), sqlite3_extended_errcode(database));
 }
 
 }  // namespace
+
+bool SqlError::busy() const {
+  const int primary = code_ & 0xff;  // an extended code keeps its primary one in the low byte
+  return primary == SQLITE_BUSY || primary == SQLITE_LOCKED;
+}
 
 Statement::Statement(sqlite3* database, std::string_view sql) : database_(database) {
   if (sqlite3_prepare_v3(database, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &statement_,
@@ -77,8 +83,10 @@ Database::Database(const std::string& path, Access access) {
   database_.reset(handle);
   if (result != SQLITE_OK) fail(handle, "open " + path);
   // Another thread's write holds the lock for a moment at most; wait for it rather than fail.
-  sqlite3_busy_timeout(handle, 10000);
+  sqlite3_busy_timeout(handle, kBusyWaitSeconds * 1000);
 }
+
+void Database::waitWhenBusy(int milliseconds) { sqlite3_busy_timeout(database_.get(), milliseconds); }
 
 Database::~Database() {
   cache_.clear();  // statements before the connection they belong to
@@ -86,10 +94,11 @@ Database::~Database() {
 
 void Database::exec(std::string_view sql) {
   char* message = nullptr;
-  if (sqlite3_exec(database_.get(), std::string(sql).c_str(), nullptr, nullptr, &message) != SQLITE_OK) {
+  if (const int result = sqlite3_exec(database_.get(), std::string(sql).c_str(), nullptr, nullptr, &message);
+      result != SQLITE_OK) {
     std::string text = message != nullptr ? message : sqlite3_errmsg(database_.get());
     sqlite3_free(message);
-    throw SqlError("exec " + std::string(sql.substr(0, 60)) + ": " + text);
+    throw SqlError("exec " + std::string(sql.substr(0, 60)) + ": " + text, result);
   }
 }
 

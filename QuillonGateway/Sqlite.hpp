@@ -18,9 +18,18 @@ struct sqlite3_stmt;
 
 namespace quillon::gateway {
 
+// How long a connection waits for another one's write lock before its statement fails busy.
+inline constexpr int kBusyWaitSeconds = 10;
+
 class SqlError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  // `code` is SQLite's result code, 0 when the refusal is the store's own.
+  explicit SqlError(const std::string& what, int code = 0) : std::runtime_error(what), code_(code) {}
+  // Another connection (another gateway thread, an import) held the store past kBusyWaitSeconds.
+  bool busy() const;
+
+ private:
+  int code_ = 0;
 };
 
 class Statement {
@@ -77,6 +86,8 @@ class Database {
   // Replaces everything in `destination` with this database as it stands at one moment, even
   // while other connections write to it (SQLite's online backup). Throws SqlError.
   void copyInto(Database& destination);
+  // How long this connection waits for a lock another connection holds; kBusyWaitSeconds unless set.
+  void waitWhenBusy(int milliseconds);
 
  private:
   struct Close {

@@ -28,6 +28,12 @@ struct Verbs {
   }
 };
 
+// Another program (an import, a backup's last step) held the store's write lock past the wait.
+GatewayResponse busyFailure() {
+  return failure("The store is busy: another program has held it for over " + std::to_string(kBusyWaitSeconds) +
+                 " s (an import, perhaps); nothing was changed. Try again in a moment.");
+}
+
 std::optional<std::string_view> given(const std::string& value, std::size_t limit) {
   if (value.empty() || value.size() > limit) return std::nullopt;
   return value;
@@ -105,6 +111,7 @@ wire::GatewayResponse StoreGateway::serve(const wire::GatewayRequest& request) {
         },
         request.value);
   } catch (const SqlError& error) {
+    if (error.busy()) return busyFailure();
     return failure("The store could not answer (" + std::string(error.what()) + "); nothing was changed.");
   } catch (const std::exception& error) {
     return failure("The gateway could not answer (" + std::string(error.what()) + "); nothing was changed.");
@@ -129,6 +136,7 @@ wire::GatewayResponse StoreGateway::serveOnce(const wire::GatewayRequest& reques
     return response;
   } catch (const SqlError& error) {
     store_.settle();
+    if (error.busy()) return busyFailure();
     return failure("The store could not save this (" + std::string(error.what()) + "); nothing was changed.");
   }
 }

@@ -153,6 +153,18 @@ TEST_F(StoreGatewayTest, ATokenServesAChangeOnceAndItsRetryGetsTheSameAnswer) {
   now += MemoryStore::kTokenSeconds + 1;
   EXPECT_EQ(once("t-1", add), text("Saved m:3 (note) under /."));
   EXPECT_EQ(read("getByType", {{"type", "note"}})["kindCards"]["cards"].size(), 2u);
+
+  // Another program holding the store (an import) fails a change whole, kept or not, and its
+  // retry is served afresh once the store is free.
+  store.database().waitWhenBusy(0);
+  Database importer(temp.path() + "/store.db");
+  importer.exec("BEGIN IMMEDIATE");
+  const json busy = failure("The store is busy: another program has held it for over 10 s (an import, perhaps); "
+                            "nothing was changed. Try again in a moment.");
+  EXPECT_EQ(once("t-5", add), busy);
+  EXPECT_EQ(write("untokened"), busy);
+  importer.exec("ROLLBACK");
+  EXPECT_EQ(once("t-5", add), text("Saved m:4 (note) under /."));
 }
 
 TEST_F(StoreGatewayTest, EditFiltersSetsAndUnsetsNamedKeysOnly) {
