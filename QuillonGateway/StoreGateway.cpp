@@ -28,7 +28,7 @@ struct Verbs {
   }
 };
 
-// Another program (an import, a backup's last step) held the store's write lock past the wait.
+// Another program (an import, most likely) held the store's write lock past the wait.
 GatewayResponse busyFailure() {
   return failure("The store is busy: another program has held it for over " + std::to_string(kBusyWaitSeconds) +
                  " s (an import, perhaps); nothing was changed. Try again in a moment.");
